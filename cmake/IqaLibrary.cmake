@@ -1,0 +1,39 @@
+# libiqa.so: one set of objects, built with hidden visibility and without floating-point
+# contraction (the SSIM and NV12 arithmetic must round every product), linked into the shared
+# library that hosts load and into a static archive through which the tests reach internals.
+find_package(Threads REQUIRED)
+
+add_library(iqa_objects OBJECT
+  common/IqaLog.cpp
+  process/IqaProcessNode.cpp
+  process/IqaCompSim.cpp
+  process/IqaProcessData.cpp
+  process/ThumbnailDecoder.cpp
+  process/JpegDecoder.cpp
+  process/BoxReduce.cpp
+  process/Nv12.cpp
+)
+set_target_properties(iqa_objects PROPERTIES
+  CXX_VISIBILITY_PRESET hidden
+  VISIBILITY_INLINES_HIDDEN ON)
+target_compile_options(iqa_objects PRIVATE -ffp-contract=off)
+target_include_directories(iqa_objects
+  PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
+  PRIVATE common process taskmanager upload anomdetect)
+target_link_libraries(iqa_objects
+  PUBLIC JPEG::JPEG PkgConfig::SAFEC iqa_android_log Threads::Threads
+  PRIVATE iqa_warnings)
+
+add_library(iqa SHARED $<TARGET_OBJECTS:iqa_objects>)
+add_library(iqa::iqa ALIAS iqa)
+set_target_properties(iqa PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
+target_include_directories(iqa PUBLIC
+  $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
+  $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/iqa>)
+target_link_libraries(iqa PRIVATE JPEG::JPEG PkgConfig::SAFEC iqa_android_log Threads::Threads)
+target_link_options(iqa PRIVATE "LINKER:--no-undefined")
+
+# Tests only: the same objects, with the internal headers visible.
+add_library(iqa_static STATIC EXCLUDE_FROM_ALL $<TARGET_OBJECTS:iqa_objects>)
+target_include_directories(iqa_static PUBLIC include common process taskmanager upload anomdetect)
+target_link_libraries(iqa_static PUBLIC JPEG::JPEG PkgConfig::SAFEC iqa_android_log Threads::Threads)

@@ -1,0 +1,20 @@
+// The bounds-checked copy functions of the secure C library, and the log line of a failed one.
+#ifndef IQA_COMMON_SAFE_COPY_H
+#define IQA_COMMON_SAFE_COPY_H
+
+#include <safe_mem_lib.h>
+#include <safe_str_lib.h>
+
+#include "IqaLog.h"
+
+// Logs "[operation:line]:return error(code)" when a bounded copy returned non-zero; the
+// caller goes on with what it has.
+#define IQA_CHECK_COPY(tag, call)                             \
+    do {                                                      \
+        const int iqaCopyResult = (call);                     \
+        if (iqaCopyResult != 0) {                             \
+            IQA_LOGE(tag, "return error(%d)", iqaCopyResult); \
+        }                                                     \
+    } while (0)
+
+#endif  // IQA_COMMON_SAFE_COPY_H

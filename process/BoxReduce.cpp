@@ -1,0 +1,103 @@
+// Box reduction: rows of a block are first summed column by column (contiguous, so the
+// compiler vectorises it), then each output pixel sums its k columns and divides once.
+#include "BoxReduce.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace IQA {
+
+namespace {
+
+constexpr int kChannels = 3;
+// Source pixels summed per pass; keeps the column sums on the stack and in L1. Blocks up to
+// this side also keep a pixel's total (k * k * 255) far inside 32 bits.
+constexpr int kChunkPixels = 1024;
+
+// Adds `count` bytes of one source row to the running column sums.
+void AccumulateRow(const unsigned char* row, uint32_t* sums, int count) {
+    for (int i = 0; i < count; ++i) {
+        sums[i] += row[i];
+    }
+}
+
+// Turns the column sums of `pixels` output pixels into their block means.
+void FinishPixels(const uint32_t* sums, int k, int pixels, unsigned char* out) {
+    const uint32_t area = static_cast<uint32_t>(k) * static_cast<uint32_t>(k);
+    for (int p = 0; p < pixels; ++p) {
+        for (int c = 0; c < kChannels; ++c) {
+            uint32_t total = 0;
+            for (int i = 0; i < k; ++i) {
+                total += sums[(p * k + i) * kChannels + c];
+            }
+            out[p * kChannels + c] = static_cast<unsigned char>(total / area);
+        }
+    }
+}
+
+// One output row with k small enough for a chunk of column sums on the stack.
+void ReduceRowFast(const unsigned char* src, int srcWidth, int64_t rows, int k, int64_t firstRow,
+                   unsigned char* out, int dstWidth) {
+    uint32_t sums[kChunkPixels * kChannels];
+    const int perChunk = std::max(1, kChunkPixels / k);
+    for (int x0 = 0; x0 < dstWidth; x0 += perChunk) {
+        const int pixels = std::min(perChunk, dstWidth - x0);
+        const int bytes = pixels * k * kChannels;
+        std::memset(sums, 0, sizeof(uint32_t) * static_cast<size_t>(bytes));
+        const int64_t lastRow = std::min<int64_t>(firstRow + k, rows);
+        for (int64_t r = firstRow; r < lastRow; ++r) {
+            const size_t offset =
+                (static_cast<size_t>(r) * static_cast<size_t>(srcWidth) +
+                 static_cast<size_t>(x0) * static_cast<size_t>(k)) * kChannels;
+            AccumulateRow(src + offset, sums, bytes);
+        }
+        FinishPixels(sums, k, pixels, out + static_cast<size_t>(x0) * kChannels);
+    }
+}
+
+// One output row for very large blocks: plain 64-bit sums, no scratch space.
+void ReduceRowWide(const unsigned char* src, int srcWidth, int64_t rows, int k, int64_t firstRow,
+                   unsigned char* out, int dstWidth) {
+    const uint64_t area = static_cast<uint64_t>(k) * static_cast<uint64_t>(k);
+    const int64_t lastRow = std::min<int64_t>(firstRow + k, rows);
+    for (int x = 0; x < dstWidth; ++x) {
+        for (int c = 0; c < kChannels; ++c) {
+            uint64_t total = 0;
+            for (int64_t r = firstRow; r < lastRow; ++r) {
+                const unsigned char* p =
+                    src + (static_cast<size_t>(r) * static_cast<size_t>(srcWidth) +
+                           static_cast<size_t>(x) * static_cast<size_t>(k)) * kChannels + c;
+                for (int i = 0; i < k; ++i) {
+                    total += p[static_cast<size_t>(i) * kChannels];
+                }
+            }
+            out[static_cast<size_t>(x) * kChannels + c] = static_cast<unsigned char>(total / area);
+        }
+    }
+}
+
+}  // namespace
+
+void BoxReduce(const unsigned char* src, int srcWidth, int64_t srcRows, unsigned char* dst,
+               int dstWidth, int dstHeight) {
+    if (dstWidth < 1 || dstHeight < 1) {
+        return;
+    }
+    const int k = srcWidth / dstWidth;
+    const size_t rowBytes = static_cast<size_t>(dstWidth) * kChannels;
+    if (k < 1) {
+        std::memset(dst, 0, rowBytes * static_cast<size_t>(dstHeight));
+        return;
+    }
+    for (int y = 0; y < dstHeight; ++y) {
+        const int64_t firstRow = static_cast<int64_t>(y) * k;
+        unsigned char* out = dst + rowBytes * static_cast<size_t>(y);
+        if (k <= kChunkPixels) {
+            ReduceRowFast(src, srcWidth, srcRows, k, firstRow, out, dstWidth);
+        } else {
+            ReduceRowWide(src, srcWidth, srcRows, k, firstRow, out, dstWidth);
+        }
+    }
+}
+
+}  // namespace IQA

@@ -1,0 +1,148 @@
+// Thumbnail and JPEG decoders on files written at test time: layouts, limits and failures.
+#include <gtest/gtest.h>
+
+#include <climits>
+
+#include "CameraFiles.h"
+#include "IqaProcessData.h"
+#include "LogCapture.h"
+#include "TestFiles.h"
+#include "reference/ReferenceKernels.h"
+
+using iqa_test::Bytes;
+
+namespace {
+
+class Decoders : public ::testing::Test {
+protected:
+    long long Thumb(const std::string& name, unsigned long long capacity) {
+        return stage.ThumbnailDecoder(dir.File(name).c_str(), buffer.data(), capacity, &width,
+                                      &height);
+    }
+    long long Jpeg(const std::string& name, unsigned long long capacity) {
+        return stage.JpegDecoder(dir.File(name).c_str(), buffer.data(), capacity, &width,
+                                 &height);
+    }
+    void Write(const std::string& name, const Bytes& bytes) {
+        iqa_test::WriteFile(dir.File(name), bytes);
+    }
+
+    iqa_test::TempDir dir;
+    iqa_test::LogCapture log;
+    IQA::IqaProcessData stage;
+    Bytes buffer = Bytes(1 << 20, 0xCC);
+    int width = -7, height = -7;
+};
+
+TEST_F(Decoders, ThumbnailDropsFourthByte) {
+    Bytes file = iqa_tools::ThumbnailFile(2, 1, {1, 2, 3, 5, 6, 7});
+    file[16 + 3] = 4;
+    file[16 + 7] = 8;
+    file.insert(file.end(), {99, 98, 97});  // trailing bytes are ignored
+    Write("a.thumbnail", file);
+    EXPECT_EQ(2, Thumb("a.thumbnail", buffer.size()));
+    EXPECT_EQ((Bytes{1, 2, 3, 5, 6, 7}), Bytes(buffer.begin(), buffer.begin() + 6));
+    EXPECT_EQ(2, width);
+    EXPECT_EQ(1, height);
+    EXPECT_TRUE(log.Contains("[ThumbnailDecoder]:output width 2, height 1\n"));
+
+    const Bytes rgb = iqa_test::RandomBytes(37 * 29 * 3, 8);
+    const Bytes raw = iqa_tools::ThumbnailFile(37, 29, rgb);
+    Write("b.thumbnail", raw);
+    EXPECT_EQ(37 * 29, Thumb("b.thumbnail", buffer.size()));
+    EXPECT_EQ(iqa_ref::DropFourthByte(Bytes(raw.begin() + 16, raw.end())),
+              Bytes(buffer.begin(), buffer.begin() + static_cast<long>(rgb.size())));
+}
+
+TEST_F(Decoders, ThumbnailFailures) {
+    const Bytes good = iqa_tools::ThumbnailFile(100, 100, Bytes(100 * 100 * 3, 1));
+    Write("short.thumbnail", Bytes(good.begin(), good.begin() + 15));
+    Write("onebyte.thumbnail", Bytes(good.begin(), good.end() - 1));
+    Write("good.thumbnail", good);
+    Write("neg.thumbnail", iqa_test::ThumbnailHeaderOnly(-5, 7));
+    Write("huge.thumbnail", iqa_test::ThumbnailHeaderOnly(INT_MIN, INT_MIN));  // 4wh = 2^64
+    Write("zero.thumbnail", iqa_test::ThumbnailHeaderOnly(0, 9));
+
+    EXPECT_EQ(0, Thumb("missing.thumbnail", buffer.size()));
+    EXPECT_EQ(0, Thumb("short.thumbnail", buffer.size()));
+    EXPECT_EQ(0, Thumb("onebyte.thumbnail", buffer.size()));
+    EXPECT_EQ(0, Thumb("good.thumbnail", 30000));  // RGB would fit, raw 40000 does not
+    EXPECT_EQ(0, Thumb("neg.thumbnail", buffer.size()));
+    EXPECT_EQ(0, Thumb("huge.thumbnail", ULLONG_MAX));
+    EXPECT_EQ(-7, width);
+    EXPECT_EQ(0, Thumb("zero.thumbnail", buffer.size()));  // no error, but no pixels
+    const std::string given = dir.File("");
+    // realpath leaves the part it resolved in the zero-filled buffer, and the line shows it.
+    const std::vector<std::string> lines = log.Lines();
+    ASSERT_EQ(7u, lines.size());
+    EXPECT_EQ("[ThumbnailDecoder]:Failed to resolve path" + dir.File("missing.thumbnail") + ".",
+              lines[0]);
+    EXPECT_EQ((std::vector<std::string>{
+                  "[ThumbnailDecoder]:Failed to read file header: " + given + "short.thumbnail.",
+                  "[ThumbnailDecoder]:Failed to read file : " + given + "onebyte.thumbnail.",
+                  "[ThumbnailDecoder]:buffer size too small!",
+                  "[ThumbnailDecoder]:buffer size too small!",
+                  "[ThumbnailDecoder]:buffer size too small!",
+                  "[ThumbnailDecoder]:output width 0, height 9\n"}),
+              std::vector<std::string>(lines.begin() + 1, lines.end()));
+    for (size_t i = 0; i + 1 < log.Entries().size(); ++i) {
+        EXPECT_EQ(ANDROID_LOG_ERROR, log.Entries()[i].priority);
+    }
+}
+
+TEST_F(Decoders, JpegDecodesFullSizeRgbAndGreyscale) {
+    const Bytes rgb = iqa_test::RandomBytes(64 * 40 * 3, 9);
+    const Bytes jpeg = iqa_tools::EncodeJpeg(rgb, 64, 40, 3, 90);
+    Write("c.jpg", jpeg);
+    Bytes expected;
+    int ew = 0, eh = 0;
+    ASSERT_TRUE(iqa_tools::DecodeJpeg(jpeg, &expected, &ew, &eh));
+    EXPECT_EQ(64 * 40, Jpeg("c.jpg", 64 * 40 * 3));
+    EXPECT_EQ(expected, Bytes(buffer.begin(), buffer.begin() + 64 * 40 * 3));
+    EXPECT_EQ(0xCC, buffer[64 * 40 * 3]);
+    EXPECT_TRUE(log.Contains("[JpegDecoder]:output width 64, height 40, components 3\n"));
+
+    // A greyscale photo is expanded to RGB: three equal bytes a pixel, within capacity.
+    const Bytes grey = iqa_test::RandomBytes(30 * 20, 10);
+    Write("g.jpg", iqa_tools::EncodeJpeg(grey, 30, 20, 1, 90));
+    EXPECT_EQ(0, Jpeg("g.jpg", 30 * 20 * 3 - 1));
+    EXPECT_EQ(30 * 20, Jpeg("g.jpg", 30 * 20 * 3));
+    for (int i = 0; i < 30 * 20; ++i) {
+        ASSERT_EQ(buffer[3 * i], buffer[3 * i + 1]);
+        ASSERT_EQ(buffer[3 * i], buffer[3 * i + 2]);
+    }
+}
+
+TEST_F(Decoders, JpegFailuresAreRecovered) {
+    const Bytes jpeg = iqa_tools::EncodeJpeg(iqa_test::RandomBytes(64 * 64 * 3, 11), 64, 64, 3, 90);
+    Write("whole.jpg", jpeg);
+    Write("header-only.jpg", Bytes(jpeg.begin(), jpeg.begin() + 20));
+    Bytes corrupt = {0xFF, 0xD8};  // a start marker and then noise: no frame header ever comes
+    const Bytes noise = iqa_test::RandomBytes(4000, 12);
+    corrupt.insert(corrupt.end(), noise.begin(), noise.end());
+    Write("corrupt.jpg", corrupt);
+    Write("notjpeg.jpg", noise);
+    Write("empty.jpg", {});
+    Write("truncated.jpg", Bytes(jpeg.begin(), jpeg.begin() + static_cast<long>(jpeg.size() / 2)));
+
+    EXPECT_EQ(0, Jpeg("missing.jpg", buffer.size()));
+    EXPECT_EQ(0, Jpeg("whole.jpg", 64 * 64 * 3 - 1));
+    EXPECT_EQ(0, Jpeg("header-only.jpg", buffer.size()));
+    EXPECT_EQ(0, Jpeg("corrupt.jpg", buffer.size()));
+    EXPECT_EQ(0, Jpeg("empty.jpg", buffer.size()));
+    EXPECT_EQ(0, Jpeg("notjpeg.jpg", buffer.size()));
+    EXPECT_EQ(-7, width);
+    const std::vector<std::string> lines = log.Lines();
+    ASSERT_GE(lines.size(), 5u);
+    EXPECT_EQ("[JpegDecoder]:Failed to resolve path.", lines[0]);
+    EXPECT_EQ("[JpegDecoder]:IqaProcessData JpegDecoder: buf size too small!", lines[1]);
+    for (const iqa_test::LogEntry& e : log.Entries()) {
+        EXPECT_EQ(ANDROID_LOG_ERROR, e.priority) << e.message;
+    }
+    // A truncated photo still decodes (the library fills the missing rows) and says so.
+    log.Clear();
+    EXPECT_EQ(64 * 64, Jpeg("truncated.jpg", buffer.size()));
+    EXPECT_EQ(ANDROID_LOG_ERROR, log.Entries().back().priority);
+}
+
+}  // namespace

@@ -1,0 +1,131 @@
+// DownScale and RGB to NV12: hand-computed values, bounds, and agreement with plain loops.
+#include <gtest/gtest.h>
+
+#include "BoxReduce.h"
+#include "IqaProcessData.h"
+#include "LogCapture.h"
+#include "Nv12.h"
+#include "TestFiles.h"
+#include "reference/ReferenceKernels.h"
+
+using iqa_test::Bytes;
+using iqa_test::RandomBytes;
+
+namespace {
+
+constexpr unsigned char kGuard = 0xA5;
+
+TEST(DownScale, TwoByTwoBlockMeanRoundsDown) {
+    // 4 x 2 RGB image; the left block's R bytes are 10, 11, 12, 13.
+    Bytes src(4 * 2 * 3, 0);
+    const unsigned char r[] = {10, 11, 12, 13};
+    const int pos[] = {0, 1, 4, 5};
+    for (int i = 0; i < 4; ++i) {
+        src[pos[i] * 3] = r[i];
+        src[pos[i] * 3 + 1] = 255;
+        src[pos[i] * 3 + 2] = static_cast<unsigned char>(i);  // 0+1+2+3 = 6 -> 1
+    }
+    for (int p : {2, 3, 6, 7}) {
+        src[p * 3] = 200;
+    }
+    Bytes dst(2 * 3 + 1, kGuard);
+    IQA::IqaProcessData().DownScale(src.data(), 4, dst.data(), 2, 1);
+    EXPECT_EQ((Bytes{11, 255, 1, 200, 0, 0, kGuard}), dst);
+}
+
+TEST(DownScale, RejectsZeroSizesAndZeroFillsWhenBlocksAreEmpty) {
+    iqa_test::LogCapture log;
+    const Bytes src(4 * 4 * 3, 9);
+    Bytes dst(4 * 4 * 3, kGuard);
+    IQA::IqaProcessData stage;
+    stage.DownScale(src.data(), 0, dst.data(), 2, 2);
+    stage.DownScale(src.data(), 4, dst.data(), 0, 2);
+    stage.DownScale(src.data(), 4, dst.data(), 2, 0);
+    EXPECT_EQ(Bytes(dst.size(), kGuard), dst);
+    EXPECT_EQ(3u, log.Count("[DownScale]:Input error"));
+    EXPECT_EQ(ANDROID_LOG_ERROR, log.Entries().at(0).priority);
+
+    stage.DownScale(src.data(), 2, dst.data(), 4, 2);  // k = 0
+    EXPECT_EQ(Bytes(4 * 2 * 3, 0), Bytes(dst.begin(), dst.begin() + 24));
+    EXPECT_EQ(kGuard, dst[24]);
+    std::fill(dst.begin(), dst.end(), kGuard);
+    stage.DownScale(src.data(), -4, dst.data(), 2, 2);  // negative source: k < 1
+    EXPECT_EQ(Bytes(12, 0), Bytes(dst.begin(), dst.begin() + 12));
+    std::fill(dst.begin(), dst.end(), kGuard);
+    stage.DownScale(src.data(), 4, dst.data(), -2, 2);  // nothing to produce
+    stage.DownScale(src.data(), 4, dst.data(), 2, -2);
+    EXPECT_EQ(Bytes(dst.size(), kGuard), dst);
+}
+
+TEST(DownScale, CameraSizesMatchPlainLoops) {
+    const Bytes src = RandomBytes(4000 * 3000 * 3, 5);
+    for (const auto& size : {std::pair<int, int>{320, 240}, {1280, 960}}) {
+        Bytes fast(size.first * size.second * 3), plain(fast.size());
+        IQA::IqaProcessData().DownScale(src.data(), 4000, fast.data(), size.first, size.second);
+        iqa_ref::DownScale(src.data(), 4000, INT64_MAX, plain.data(), size.first, size.second);
+        EXPECT_EQ(plain, fast) << size.first;
+    }
+}
+
+TEST(DownScale, BoundedFormTreatsMissingRowsAsZero) {
+    const int sizes[][5] = {// srcW, srcRows, dstW, dstH, seed
+                            {12, 5, 3, 3, 1},   {7, 7, 2, 2, 2},    {100, 3, 1, 1, 3},
+                            {33, 40, 5, 9, 4},  {2500, 4, 1, 2, 5}, {5000, 3, 2, 3, 6}};
+    for (const auto& s : sizes) {
+        const Bytes src = RandomBytes(static_cast<size_t>(s[0]) * s[1] * 3, s[4]);
+        Bytes fast(static_cast<size_t>(s[2]) * s[3] * 3 + 1, kGuard), plain(fast.size(), kGuard);
+        IQA::BoxReduce(src.data(), s[0], s[1], fast.data(), s[2], s[3]);
+        iqa_ref::DownScale(src.data(), s[0], s[1], plain.data(), s[2], s[3]);
+        EXPECT_EQ(plain, fast) << s[0] << "x" << s[1];
+        EXPECT_EQ(kGuard, fast.back());
+    }
+}
+
+Bytes Nv12Of(const Bytes& rgb, int width, int height) {
+    Bytes out(static_cast<size_t>(IQA::Nv12Size(width, height)) + 1, kGuard);
+    IQA::IqaProcessData().ConvertRGBToNV12(rgb.data(), width, height, out.data());
+    EXPECT_EQ(kGuard, out.back()) << "wrote past the NV12 image";
+    out.pop_back();
+    return out;
+}
+
+Bytes Solid(int width, int height, unsigned char r, unsigned char g, unsigned char b) {
+    Bytes rgb;
+    for (int i = 0; i < width * height; ++i) {
+        rgb.insert(rgb.end(), {r, g, b});
+    }
+    return rgb;
+}
+
+TEST(Nv12, ColourValues) {
+    struct Case {
+        unsigned char r, g, b, y, u, v;
+    } cases[] = {{0, 0, 0, 16, 128, 128},     {255, 255, 255, 235, 128, 128},
+                 {128, 128, 128, 125, 128, 128}, {0, 255, 0, 144, 54, 35},
+                 {0, 0, 255, 40, 239, 110},   {255, 0, 0, 81, 91, 239}};
+    for (const Case& c : cases) {
+        EXPECT_EQ((Bytes{c.y, c.y, c.y, c.y, c.u, c.v}), Nv12Of(Solid(2, 2, c.r, c.g, c.b), 2, 2))
+            << int(c.r) << "," << int(c.g) << "," << int(c.b);
+    }
+    // Chroma comes from the top-left pixel of the 2 x 2 block only.
+    Bytes rgb = Solid(2, 2, 0, 0, 255);
+    rgb[0] = 255, rgb[1] = 0, rgb[2] = 0;
+    EXPECT_EQ((Bytes{81, 40, 40, 40, 91, 239}), Nv12Of(rgb, 2, 2));
+}
+
+TEST(Nv12, MatchesPlainLoopsIncludingOddSizes) {
+    const int sizes[][2] = {{1, 1}, {3, 1}, {1, 3}, {5, 3}, {250, 187}, {320, 240}, {33, 2}};
+    for (const auto& s : sizes) {
+        const Bytes rgb = RandomBytes(static_cast<size_t>(s[0]) * s[1] * 3, s[0] + s[1]);
+        EXPECT_EQ(iqa_ref::Nv12(rgb.data(), s[0], s[1]), Nv12Of(rgb, s[0], s[1]))
+            << s[0] << "x" << s[1];
+    }
+    EXPECT_EQ(320 * 240 * 3 / 2, IQA::Nv12Size(320, 240));
+    EXPECT_EQ(250 * 187 + 250 * 94, IQA::Nv12Size(250, 187));
+    Bytes untouched(8, kGuard);
+    IQA::IqaProcessData().ConvertRGBToNV12(untouched.data(), 0, 4, untouched.data());
+    IQA::IqaProcessData().ConvertRGBToNV12(untouched.data(), 4, 0, untouched.data());
+    EXPECT_EQ(Bytes(8, kGuard), untouched);
+}
+
+}  // namespace

@@ -1,0 +1,114 @@
+// The preparation stage over real files: decode both, reduce the larger, report failures.
+#include <gtest/gtest.h>
+
+#include "CameraFiles.h"
+#include "IqaProcessData.h"
+#include "LogCapture.h"
+#include "TestFiles.h"
+#include "reference/ReferenceKernels.h"
+
+using iqa_test::Bytes;
+
+namespace {
+
+constexpr unsigned long long kCapacity = 64000000;
+
+class PrepareStage : public ::testing::Test {
+protected:
+    IqaImageInfo Record(const std::string& first, int firstType, const std::string& second,
+                        int secondType) {
+        IqaImageInfo info{};
+        info.jpegName = "photo";
+        info.thumbPath = dir.File(first);
+        info.jpegPath = dir.File(second);
+        info.thumbBuffer = thumb.data();
+        info.jpegBuffer = photo.data();
+        info.bufferSize = kCapacity;
+        info.thumbDecoderType = firstType;
+        info.jpegDecoderType = secondType;
+        return info;
+    }
+    void WriteThumb(const std::string& name, int w, int h, const Bytes& rgb) {
+        iqa_test::WriteFile(dir.File(name), iqa_tools::ThumbnailFile(w, h, rgb));
+    }
+
+    iqa_test::TempDir dir;
+    iqa_test::LogCapture log;
+    IQA::IqaProcessData stage;
+    Bytes thumb = Bytes(kCapacity, 0x11);
+    Bytes photo = Bytes(kCapacity, 0x22);
+};
+
+TEST_F(PrepareStage, ReducesTheCameraPhotoToTheThumbnail) {
+    const Bytes rgb = iqa_test::RandomBytes(4000 * 3000 * 3, 12);
+    const Bytes jpeg = iqa_tools::EncodeJpeg(rgb, 4000, 3000, 3, 85);
+    iqa_test::WriteFile(dir.File("p.jpg"), jpeg);
+    WriteThumb("p.thumbnail", 320, 240, iqa_test::RandomBytes(320 * 240 * 3, 13));
+    IqaImageInfo info = Record("p.thumbnail", IQA::DECODER_THUMBNAIL, "p.jpg", IQA::DECODER_JPEG);
+
+    ASSERT_TRUE(stage.ProcessImage(info));
+    EXPECT_EQ(320, info.jpegWidth);
+    EXPECT_EQ(240, info.jpegHeight);
+    EXPECT_EQ(320, info.thumbWidth);
+    EXPECT_EQ(240, info.thumbHeight);
+    Bytes decoded, expected(320 * 240 * 3);
+    int w = 0, h = 0;
+    ASSERT_TRUE(iqa_tools::DecodeJpeg(jpeg, &decoded, &w, &h));
+    iqa_ref::DownScale(decoded.data(), 4000, 3000, expected.data(), 320, 240);
+    EXPECT_EQ(expected, Bytes(photo.begin(), photo.begin() + 320 * 240 * 3));
+    EXPECT_TRUE(std::all_of(photo.begin() + 320 * 240 * 3, photo.end(),
+                            [](unsigned char b) { return b == 0; }));
+    EXPECT_TRUE(log.Contains("[ProcessImage]:begin downscale jpeg " + dir.File("p.jpg")));
+}
+
+TEST_F(PrepareStage, EqualPixelCountsAreNotResizedAndLargerFirstImageIsReduced) {
+    WriteThumb("wide.thumbnail", 200, 100, iqa_test::RandomBytes(200 * 100 * 3, 14));
+    WriteThumb("tall.thumbnail", 100, 200, iqa_test::RandomBytes(100 * 200 * 3, 15));
+    WriteThumb("small.thumbnail", 50, 25, iqa_test::RandomBytes(50 * 25 * 3, 16));
+    IqaImageInfo same =
+        Record("wide.thumbnail", IQA::DECODER_THUMBNAIL, "tall.thumbnail", IQA::DECODER_THUMBNAIL);
+    ASSERT_TRUE(stage.ProcessImage(same));
+    EXPECT_EQ(200, same.thumbWidth);
+    EXPECT_EQ(200, same.jpegHeight);
+    EXPECT_EQ(0u, log.Count("[ProcessImage]:begin downscale jpeg " + dir.File("tall.thumbnail")));
+
+    IqaImageInfo larger = Record("wide.thumbnail", IQA::DECODER_THUMBNAIL, "small.thumbnail",
+                                 IQA::DECODER_THUMBNAIL);
+    ASSERT_TRUE(stage.ProcessImage(larger));
+    EXPECT_EQ(50, larger.thumbWidth);
+    EXPECT_EQ(25, larger.thumbHeight);
+    EXPECT_TRUE(log.Contains("[ProcessImage]:begin downscale jpeg " + dir.File("wide.thumbnail")));
+}
+
+TEST_F(PrepareStage, DifferentShapesNeverReadBeyondTheDecodedImage) {
+    // 300 x 10 against 20 x 100: k = 15 would need 1500 rows of the 10 decoded.
+    const Bytes wide = iqa_test::RandomBytes(300 * 10 * 3, 17);
+    WriteThumb("wide.thumbnail", 300, 10, wide);
+    WriteThumb("tall.thumbnail", 20, 100, iqa_test::RandomBytes(20 * 100 * 3, 18));
+    IqaImageInfo info =
+        Record("tall.thumbnail", IQA::DECODER_THUMBNAIL, "wide.thumbnail", IQA::DECODER_THUMBNAIL);
+    ASSERT_TRUE(stage.ProcessImage(info));
+    Bytes expected(20 * 100 * 3);
+    iqa_ref::DownScale(wide.data(), 300, 10, expected.data(), 20, 100);
+    EXPECT_EQ(expected, Bytes(photo.begin(), photo.begin() + 20 * 100 * 3));
+}
+
+TEST_F(PrepareStage, DecodeFailures) {
+    WriteThumb("t.thumbnail", 16, 16, Bytes(16 * 16 * 3, 1));
+    IqaImageInfo unknown = Record("t.thumbnail", 7, "t.thumbnail", IQA::DECODER_THUMBNAIL);
+    EXPECT_FALSE(stage.ProcessImage(unknown));
+    EXPECT_EQ((std::vector<std::string>{"[Decoder]:begin decoder", "[ProcessImage]:Decoder failed"}),
+              log.Lines());
+    EXPECT_EQ(0.0, unknown.ssim);
+
+    log.Clear();
+    IqaImageInfo missing =
+        Record("t.thumbnail", IQA::DECODER_THUMBNAIL, "none.jpg", IQA::DECODER_JPEG);
+    EXPECT_FALSE(stage.ProcessImage(missing));
+    EXPECT_EQ("[ProcessImage]:Decoder failed", log.Lines().back());
+    EXPECT_EQ(ANDROID_LOG_ERROR, log.Entries().back().priority);
+    EXPECT_EQ(16, missing.thumbWidth);  // the first image stays decoded
+    EXPECT_EQ(0, missing.jpegWidth);
+}
+
+}  // namespace

@@ -1,0 +1,41 @@
+// Captures the library's Android log lines for assertions on exact texts and priorities.
+#ifndef IQA_TESTS_LOG_CAPTURE_H
+#define IQA_TESTS_LOG_CAPTURE_H
+
+#include <string>
+#include <vector>
+
+#include <android/log.h>
+
+namespace iqa_test {
+
+struct LogEntry {
+    int priority;
+    std::string tag;
+    std::string message;
+};
+
+// Installs a capturing logger for its lifetime; entries from any thread are kept in order.
+class LogCapture {
+public:
+    LogCapture();
+    ~LogCapture();
+    LogCapture(const LogCapture&) = delete;
+    LogCapture& operator=(const LogCapture&) = delete;
+
+    std::vector<LogEntry> Entries() const;
+    // Messages with their "[operation:line]:" prefix replaced by "[operation]:", so that tests
+    // do not depend on source lines.
+    std::vector<std::string> Lines() const;
+    std::vector<std::string> LinesWithTag(const std::string& tag) const;
+    bool Contains(const std::string& line) const;
+    size_t Count(const std::string& line) const;
+    void Clear();
+};
+
+// "[op:123]:text" -> "[op]:text".
+std::string StripLine(const std::string& message);
+
+}  // namespace iqa_test
+
+#endif  // IQA_TESTS_LOG_CAPTURE_H

@@ -1,0 +1,83 @@
+// Temporary folders and file helpers for tests.
+#include "TestFiles.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <random>
+#include <stdexcept>
+#include <system_error>
+
+#include <filesystem>
+
+namespace iqa_test {
+
+TempDir::TempDir() {
+    std::string pattern = std::filesystem::temp_directory_path().string() + "/iqa_test_XXXXXX";
+    if (mkdtemp(pattern.data()) == nullptr) {
+        throw std::runtime_error("mkdtemp failed");
+    }
+    path_ = pattern;
+}
+
+TempDir::~TempDir() {
+    std::error_code ignored;
+    // Tests may have removed permissions to provoke failures; give them back first.
+    for (auto it = std::filesystem::recursive_directory_iterator(path_, ignored);
+         it != std::filesystem::recursive_directory_iterator(); it.increment(ignored)) {
+        chmod(it->path().c_str(), 0700);
+    }
+    std::filesystem::remove_all(path_, ignored);
+}
+
+ScopedWorkDir::ScopedWorkDir() : previous_(std::filesystem::current_path().string()) {
+    std::filesystem::current_path(dir_.path());
+}
+
+ScopedWorkDir::~ScopedWorkDir() {
+    std::error_code ignored;
+    std::filesystem::current_path(previous_, ignored);
+}
+
+Bytes ReadFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+void WriteFile(const std::string& path, const Bytes& bytes) {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    if (!out) {
+        throw std::runtime_error("cannot write " + path);
+    }
+}
+
+void MakeDirs(const std::string& path) { std::filesystem::create_directories(path); }
+
+Bytes RandomBytes(size_t count, uint32_t seed) {
+    std::mt19937 rng(seed);
+    Bytes bytes(count);
+    for (unsigned char& b : bytes) {
+        b = static_cast<unsigned char>(rng() & 0xFF);
+    }
+    return bytes;
+}
+
+}  // namespace iqa_test
+
+namespace iqa_test {
+
+Bytes ThumbnailHeaderOnly(int32_t width, int32_t height) {
+    Bytes header(8, 0);
+    for (int32_t v : {width, height}) {
+        for (int i = 0; i < 4; ++i) {
+            header.push_back(static_cast<unsigned char>(static_cast<uint32_t>(v) >> (8 * i)));
+        }
+    }
+    return header;
+}
+
+}  // namespace iqa_test

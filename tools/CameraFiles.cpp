@@ -1,0 +1,195 @@
+// Writers and readers of the camera's thumbnail, JPEG and trailer formats.
+#include "CameraFiles.h"
+
+#include <csetjmp>
+#include <cstdio>
+#include <cstring>
+
+#include <jpeglib.h>
+
+namespace iqa_tools {
+
+namespace {
+
+struct JumpingErrors {
+    jpeg_error_mgr base;
+    jmp_buf jump;
+};
+
+[[noreturn]] void JumpOut(j_common_ptr info) {
+    longjmp(reinterpret_cast<JumpingErrors*>(info->err)->jump, 1);
+}
+
+void Silence(j_common_ptr) {}
+
+bool IsTagByte(unsigned char c) { return c == 0 || (c >= 0x20 && c < 0x7F); }
+
+// A data header's tag: up to 7 printable characters, NUL-terminated and zero-filled.
+bool ReadTag(const Bytes& file, size_t offset, std::string* tag) {
+    for (size_t i = 0; i < 8; ++i) {
+        if (!IsTagByte(file[offset + i])) {
+            return false;
+        }
+    }
+    if (file[offset + 7] != 0) {
+        return false;
+    }
+    *tag = std::string(reinterpret_cast<const char*>(&file[offset]));
+    return true;
+}
+
+bool EndsJpegImage(const Bytes& file, uint64_t position) {
+    return position >= 2 && file[position - 2] == 0xFF && file[position - 1] == 0xD9;
+}
+
+}  // namespace
+
+uint32_t ReadU32(const Bytes& bytes, size_t offset) {
+    return static_cast<uint32_t>(bytes[offset]) | static_cast<uint32_t>(bytes[offset + 1]) << 8 |
+           static_cast<uint32_t>(bytes[offset + 2]) << 16 |
+           static_cast<uint32_t>(bytes[offset + 3]) << 24;
+}
+
+int32_t ReadI32(const Bytes& bytes, size_t offset) {
+    return static_cast<int32_t>(ReadU32(bytes, offset));
+}
+
+void AppendU32(Bytes* bytes, uint32_t value) {
+    for (int i = 0; i < 4; ++i) {
+        bytes->push_back(static_cast<unsigned char>(value >> (8 * i)));
+    }
+}
+
+Bytes ThumbnailFile(int width, int height, const Bytes& rgb) {
+    Bytes file = {'T', 'H', 'U', 'M', 'B', 0, 0, 1};
+    AppendU32(&file, static_cast<uint32_t>(width));
+    AppendU32(&file, static_cast<uint32_t>(height));
+    const size_t pixels = static_cast<size_t>(width) * static_cast<size_t>(height);
+    file.reserve(file.size() + 4 * pixels);
+    for (size_t i = 0; i < pixels; ++i) {
+        file.insert(file.end(), rgb.begin() + 3 * i, rgb.begin() + 3 * i + 3);
+        file.push_back(0xFF);
+    }
+    return file;
+}
+
+Bytes EncodeJpeg(const Bytes& pixels, int width, int height, int components, int quality) {
+    jpeg_compress_struct cinfo = {};
+    jpeg_error_mgr errors = {};
+    cinfo.err = jpeg_std_error(&errors);
+    jpeg_create_compress(&cinfo);
+    unsigned char* out = nullptr;
+    unsigned long outSize = 0;
+    jpeg_mem_dest(&cinfo, &out, &outSize);
+    cinfo.image_width = static_cast<JDIMENSION>(width);
+    cinfo.image_height = static_cast<JDIMENSION>(height);
+    cinfo.input_components = components;
+    cinfo.in_color_space = components == 1 ? JCS_GRAYSCALE : JCS_RGB;
+    jpeg_set_defaults(&cinfo);
+    jpeg_set_quality(&cinfo, quality, TRUE);
+    jpeg_start_compress(&cinfo, TRUE);
+    const size_t rowBytes = static_cast<size_t>(width) * static_cast<size_t>(components);
+    while (cinfo.next_scanline < cinfo.image_height) {
+        JSAMPROW row = const_cast<unsigned char*>(pixels.data()) + rowBytes * cinfo.next_scanline;
+        jpeg_write_scanlines(&cinfo, &row, 1);
+    }
+    jpeg_finish_compress(&cinfo);
+    jpeg_destroy_compress(&cinfo);
+    Bytes jpeg(out, out + outSize);
+    free(out);
+    return jpeg;
+}
+
+bool DecodeJpeg(const Bytes& jpeg, Bytes* rgb, int* width, int* height) {
+    jpeg_decompress_struct cinfo = {};
+    JumpingErrors errors = {};
+    cinfo.err = jpeg_std_error(&errors.base);
+    errors.base.error_exit = JumpOut;
+    errors.base.output_message = Silence;
+    if (setjmp(errors.jump) != 0) {
+        jpeg_destroy_decompress(&cinfo);
+        return false;
+    }
+    jpeg_create_decompress(&cinfo);
+    jpeg_mem_src(&cinfo, jpeg.data(), static_cast<unsigned long>(jpeg.size()));
+    jpeg_read_header(&cinfo, TRUE);
+    cinfo.out_color_space = JCS_RGB;
+    jpeg_start_decompress(&cinfo);
+    *width = static_cast<int>(cinfo.output_width);
+    *height = static_cast<int>(cinfo.output_height);
+    rgb->assign(static_cast<size_t>(cinfo.output_width) * cinfo.output_height * 3, 0);
+    while (cinfo.output_scanline < cinfo.output_height) {
+        JSAMPROW row = rgb->data() + static_cast<size_t>(cinfo.output_scanline) *
+                                         cinfo.output_width * 3;
+        jpeg_read_scanlines(&cinfo, &row, 1);
+    }
+    jpeg_finish_decompress(&cinfo);
+    jpeg_destroy_decompress(&cinfo);
+    return true;
+}
+
+Bytes Trailer(const std::vector<std::pair<std::string, Bytes>>& records, const Bytes& other) {
+    Bytes trailer;
+    for (const auto& [tag, payload] : records) {
+        trailer.insert(trailer.end(), payload.begin(), payload.end());
+        AppendU32(&trailer, static_cast<uint32_t>(payload.size()));
+        char head[8] = {};
+        std::strncpy(head, tag.c_str(), 7);
+        trailer.insert(trailer.end(), head, head + 8);
+    }
+    trailer.insert(trailer.end(), other.begin(), other.end());
+    AppendU32(&trailer, static_cast<uint32_t>(other.size()));
+    const char fileTag[20] = "CAMTRAILER v1";
+    trailer.insert(trailer.end(), fileTag, fileTag + sizeof(fileTag));
+    return trailer;
+}
+
+bool ReadTrailer(const Bytes& file, TrailerListing* listing) {
+    *listing = TrailerListing();
+    if (file.size() < kFileHeaderSize + kDataHeaderSize) {
+        listing->problem = "file too short for a trailer";
+        return false;
+    }
+    uint64_t position = file.size() - kFileHeaderSize;
+    listing->otherLength = ReadU32(file, position);
+    if (listing->otherLength + kDataHeaderSize > position) {
+        listing->problem = "other-data length points before the start of the file";
+        return false;
+    }
+    position -= listing->otherLength;
+    while (!EndsJpegImage(file, position)) {
+        if (position < kDataHeaderSize) {
+            listing->problem = "record chain runs past the start of the file";
+            return false;
+        }
+        const uint64_t header = position - kDataHeaderSize;
+        TrailerRecord record{0, ReadU32(file, header), ""};
+        if (record.payloadLength > header || !ReadTag(file, header + 4, &record.tag)) {
+            listing->problem = listing->records.empty() ? "no record before the other data"
+                                                        : "a record header does not fit";
+            return false;
+        }
+        record.payloadOffset = header - record.payloadLength;
+        listing->records.push_back(record);
+        position = record.payloadOffset;
+    }
+    return true;
+}
+
+bool ReadDescriptor(const Bytes& file, const TrailerRecord& record, Descriptor* descriptor) {
+    if (record.payloadLength < kDescriptorSize) {
+        return false;
+    }
+    const size_t at = record.payloadOffset + record.payloadLength - kDescriptorSize;
+    descriptor->width = ReadI32(file, at);
+    descriptor->height = ReadI32(file, at + 4);
+    descriptor->stride = ReadI32(file, at + 8);
+    descriptor->size = ReadI32(file, at + 12);
+    descriptor->format = ReadI32(file, at + 16);
+    const char* name = reinterpret_cast<const char*>(&file[at + 20]);
+    descriptor->algoname = std::string(name, strnlen(name, 30));
+    return descriptor->size >= 0 &&
+           static_cast<uint64_t>(descriptor->size) + kDescriptorSize == record.payloadLength;
+}
+
+}  // namespace iqa_tools

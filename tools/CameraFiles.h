@@ -1,0 +1,66 @@
+// The camera's file formats as the host programs and tests write and read them: raw thumbnails,
+// JPEG photos and the trailer of records at the end of a photo file.
+#ifndef IQA_TOOLS_CAMERA_FILES_H
+#define IQA_TOOLS_CAMERA_FILES_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace iqa_tools {
+
+using Bytes = std::vector<unsigned char>;
+
+constexpr size_t kThumbnailHeaderSize = 16;
+constexpr size_t kDataHeaderSize = 12;
+constexpr size_t kFileHeaderSize = 24;
+constexpr size_t kDescriptorSize = 120;
+
+// Raw thumbnail: 8 bytes the decoder ignores, width and height (int32 little-endian), then
+// width x height pixels of 4 bytes (R, G, B, unused). rgb holds 3 bytes a pixel.
+Bytes ThumbnailFile(int width, int height, const Bytes& rgb);
+
+// Baseline JPEG of RGB (components 3) or greyscale (components 1) pixels.
+Bytes EncodeJpeg(const Bytes& pixels, int width, int height, int components, int quality);
+
+// Decodes a JPEG held in memory to RGB; false if libjpeg rejects it.
+bool DecodeJpeg(const Bytes& jpeg, Bytes* rgb, int* width, int* height);
+
+// One record (payload, data header with its length and tag), then the other data and the
+// 24-byte file header whose first 4 bytes give the other data's length.
+Bytes Trailer(const std::vector<std::pair<std::string, Bytes>>& records, const Bytes& other);
+
+uint32_t ReadU32(const Bytes& bytes, size_t offset);
+int32_t ReadI32(const Bytes& bytes, size_t offset);
+void AppendU32(Bytes* bytes, uint32_t value);
+
+// A record of a photo's trailer, as found walking from the end of the file backwards.
+struct TrailerRecord {
+    uint64_t payloadOffset;
+    uint32_t payloadLength;
+    std::string tag;
+};
+
+struct TrailerListing {
+    uint32_t otherLength = 0;
+    std::vector<TrailerRecord> records;  // the file's last record first
+    std::string problem;                 // empty when the trailer was read to its start
+};
+
+// Walks the trailer from the file header backwards until the record chain reaches the end of
+// the JPEG image (its EOI marker). Returns false when the file has no trailer or a length does
+// not fit; listing->problem says which.
+bool ReadTrailer(const Bytes& file, TrailerListing* listing);
+
+// The image descriptor that ends a custom-buffer record's payload.
+struct Descriptor {
+    int32_t width, height, stride, size, format;
+    std::string algoname;
+};
+
+// True when the payload is long enough to end in a descriptor whose size field matches it.
+bool ReadDescriptor(const Bytes& file, const TrailerRecord& record, Descriptor* descriptor);
+
+}  // namespace iqa_tools
+
+#endif  // IQA_TOOLS_CAMERA_FILES_H
