@@ -12,6 +12,16 @@ add_library(iqa_objects OBJECT
   process/JpegDecoder.cpp
   process/BoxReduce.cpp
   process/Nv12.cpp
+  taskmanager/IqaTaskManager.cpp
+  taskmanager/TaskRegistry.cpp
+  taskmanager/BatchRun.cpp
+  taskmanager/Reply.cpp
+  taskmanager/FileUtils.cpp
+  upload/IqaUpLoad.cpp
+  upload/PhotoTrailer.cpp
+  upload/FileGrowth.cpp
+  anomdetect/IqaAnomDetect.cpp
+  anomdetect/ScreenSampler.cpp
 )
 set_target_properties(iqa_objects PROPERTIES
   CXX_VISIBILITY_PRESET hidden
@@ -21,7 +31,7 @@ target_include_directories(iqa_objects
   PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
   PRIVATE common process taskmanager upload anomdetect)
 target_link_libraries(iqa_objects
-  PUBLIC JPEG::JPEG PkgConfig::SAFEC iqa_android_log Threads::Threads
+  PUBLIC JPEG::JPEG PkgConfig::SAFEC iqa_android_log Threads::Threads mcs
   PRIVATE iqa_warnings)
 
 add_library(iqa SHARED $<TARGET_OBJECTS:iqa_objects>)
@@ -30,10 +40,10 @@ set_target_properties(iqa PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJ
 target_include_directories(iqa PUBLIC
   $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
   $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/iqa>)
-target_link_libraries(iqa PRIVATE JPEG::JPEG PkgConfig::SAFEC iqa_android_log Threads::Threads)
+target_link_libraries(iqa PUBLIC mcs PRIVATE JPEG::JPEG PkgConfig::SAFEC iqa_android_log Threads::Threads)
 target_link_options(iqa PRIVATE "LINKER:--no-undefined")
 
 # Tests only: the same objects, with the internal headers visible.
 add_library(iqa_static STATIC EXCLUDE_FROM_ALL $<TARGET_OBJECTS:iqa_objects>)
 target_include_directories(iqa_static PUBLIC include common process taskmanager upload anomdetect)
-target_link_libraries(iqa_static PUBLIC JPEG::JPEG PkgConfig::SAFEC iqa_android_log Threads::Threads)
+target_link_libraries(iqa_static PUBLIC JPEG::JPEG PkgConfig::SAFEC iqa_android_log Threads::Threads mcs)

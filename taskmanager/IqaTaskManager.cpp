@@ -1,0 +1,136 @@
+// The manager's life cycle, its request queue and the worker thread that works it off.
+#include "IqaTaskManager.h"
+
+#include "IqaCompSim.h"
+#include "IqaLog.h"
+#include "IqaProcessData.h"
+#include "TaskManagerConstants.h"
+
+namespace IQA {
+
+// Hosts compile against the header, so the specified members keep their declared order.
+struct IqaTaskManagerAccess {
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Winvalid-offsetof"
+    static_assert(offsetof(IqaTaskManager, taskList) < offsetof(IqaTaskManager, processNodes) &&
+                      offsetof(IqaTaskManager, processNodes) <
+                          offsetof(IqaTaskManager, queueMutex) &&
+                      offsetof(IqaTaskManager, queueMutex) <
+                          offsetof(IqaTaskManager, workerFuture) &&
+                      offsetof(IqaTaskManager, workerFuture) <
+                          offsetof(IqaTaskManager, stopStatus) &&
+                      offsetof(IqaTaskManager, stopStatus) <
+                          offsetof(IqaTaskManager, queueCondition) &&
+                      offsetof(IqaTaskManager, queueCondition) <
+                          offsetof(IqaTaskManager, requestQueue) &&
+                      offsetof(IqaTaskManager, requestQueue) < offsetof(IqaTaskManager, exitFlag) &&
+                      offsetof(IqaTaskManager, exitFlag) < offsetof(IqaTaskManager, taskCount),
+                  "member order");
+#pragma GCC diagnostic pop
+};
+
+IqaTaskManager::IqaTaskManager() : stopStatus(false), exitFlag(false), taskCount(0) {
+    IQA_LOGI(kTagTaskManager, "begin IqaTaskManager");
+    processNodes.push_back(std::make_shared<IqaProcessData>());
+    processNodes.push_back(std::make_shared<IqaCompSim>());
+}
+
+IqaTaskManager::~IqaTaskManager() {
+    IQA_LOGI(kTagTaskManager, "end IqaTaskManager");
+    {
+        std::lock_guard<std::mutex> lock(queueMutex);
+        exitFlag = true;
+    }
+    queueCondition.notify_one();
+    std::lock_guard<std::mutex> start(startMutex);
+    if (workerFuture.valid()) {
+        workerFuture.wait();
+    }
+}
+
+void IqaTaskManager::AddIqaProcessNode(std::shared_ptr<IqaProcessNode> node) {
+    processNodes.push_back(std::move(node));
+}
+
+void IqaTaskManager::AddRequest(const Request& request) {
+    if (taskCount.load() == 0 && request.type != REQUEST_REGISTER_TASK && !stopStatus.load()) {
+        return;
+    }
+    {
+        std::lock_guard<std::mutex> lock(queueMutex);
+        requestQueue.push_back(request);
+    }
+    if (request.type == REQUEST_REGISTER_TASK) {
+        StartWorkerIfEnded();
+    } else if (request.type == REQUEST_STOP) {
+        stopStatus.store(request.stopStatus);
+    }
+    queueCondition.notify_one();
+}
+
+void IqaTaskManager::StartWorkerIfEnded() {
+    std::lock_guard<std::mutex> start(startMutex);
+    if (workerFuture.valid() &&
+        workerFuture.wait_for(std::chrono::seconds(0)) != std::future_status::ready) {
+        return;
+    }
+    {
+        std::lock_guard<std::mutex> lock(queueMutex);
+        exitFlag = false;
+    }
+    // If the thread cannot start, the exception leaves workerFuture as it was.
+    workerFuture = std::async(std::launch::async, &IqaTaskManager::ProcessRequests, this);
+}
+
+void IqaTaskManager::SetStopStatus(bool value) { stopStatus.store(value); }
+
+void IqaTaskManager::ProcessRequests() {
+    for (;;) {
+        Request request;
+        {
+            std::unique_lock<std::mutex> lock(queueMutex);
+            const auto deadline = std::chrono::steady_clock::now() + kIdleWait;
+            queueCondition.wait_until(lock, deadline,
+                                      [this] { return !requestQueue.empty() || exitFlag; });
+            if (exitFlag) {
+                ClearQueueLocked();
+                SetTaskList({});
+                return;
+            }
+            if (requestQueue.empty()) {
+                continue;  // idle timeout: wait again
+            }
+            request = requestQueue.front();
+            requestQueue.pop_front();
+        }
+        switch (request.type) {
+            case REQUEST_REGISTER_TASK:
+                RegisterTask(request.taskName);
+                break;
+            case REQUEST_BEGIN_PROCESS:
+                BeginProcess();
+                break;
+            case REQUEST_STOP: {
+                std::lock_guard<std::mutex> lock(queueMutex);
+                ClearQueueLocked();
+                break;
+            }
+            default:
+                IQA_LOGE(kTagTaskManager, "Invalid request or stop");
+                return;
+        }
+    }
+}
+
+void IqaTaskManager::ClearQueue() {
+    std::lock_guard<std::mutex> lock(queueMutex);
+    ClearQueueLocked();
+}
+
+void IqaTaskManager::ClearQueueLocked() {
+    while (!requestQueue.empty()) {
+        requestQueue.pop_front();
+    }
+}
+
+}  // namespace IQA

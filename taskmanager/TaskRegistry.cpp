@@ -1,0 +1,61 @@
+// The registry of photo names waiting for the next batch run. Owned by the worker thread; the
+// host only reads the atomic count of names.
+#include <algorithm>
+
+#include "IqaLog.h"
+#include "IqaTaskManager.h"
+#include "TaskManagerConstants.h"
+
+namespace IQA {
+
+namespace {
+
+bool Listed(const std::vector<std::string>& list, const std::string& name) {
+    // Compared in C-string form, up to the first NUL.
+    const std::string key(name.c_str());
+    return std::find(list.begin(), list.end(), key) != list.end();
+}
+
+}  // namespace
+
+void IqaTaskManager::RegisterTask(const std::string& name) {
+    IQA_LOGI(kTagTaskManager, "begin RegisterTask");
+    if (taskList.size() >= kRegistryCapacity) {
+        IQA_LOGI(kTagTaskManager, "Task list is full. Cannot register task: %s", name.c_str());
+        return;
+    }
+    if (Listed(taskList, name)) {
+        IQA_LOGI(kTagTaskManager, "Task existed: %s ", name.c_str());
+    } else {
+        PushTask(name);
+    }
+    IQA_LOGI(kTagTaskManager, "Task registered: %s , task nums: %lu", name.c_str(),
+             static_cast<unsigned long>(taskList.size()));
+}
+
+void IqaTaskManager::AddTask(const std::string& name) {
+    if (Listed(taskList, name)) {
+        IQA_LOGI(kTagTaskManager, "Task existed: %s ", name.c_str());
+        return;
+    }
+    PushTask(name);
+}
+
+void IqaTaskManager::PushTask(const std::string& name) {
+    taskList.emplace_back(name.c_str());
+    taskCount.store(taskList.size());
+}
+
+std::string IqaTaskManager::PopTask() {
+    std::string name = taskList.back();
+    taskList.pop_back();
+    taskCount.store(taskList.size());
+    return name;
+}
+
+void IqaTaskManager::SetTaskList(std::vector<std::string> names) {
+    taskList = std::move(names);
+    taskCount.store(taskList.size());
+}
+
+}  // namespace IQA

@@ -1,0 +1,131 @@
+// Black/green screen detection on small frames with a fixed rand() seed, and the extremes of
+// width, height and stride.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+#include "IqaAnomDetect.h"
+#include "LogCapture.h"
+#include "McsRecordingService.h"
+#include "TestFiles.h"
+
+using iqa_test::Bytes;
+
+namespace {
+
+// A frame of stride x height luma bytes and (even width) x ceil(height/2) chroma bytes.
+struct Frame {
+    Frame(unsigned w, unsigned h, int s, unsigned char luma, unsigned char chroma)
+        : width(w), height(h), stride(s),
+          bytes(static_cast<size_t>(s) * h, luma) {
+        bytes.resize(bytes.size() + (w & ~1u) * ((h + 1) / 2) + 2, chroma);
+    }
+    unsigned char& Luma(unsigned x, unsigned y) { return bytes[y * stride + x]; }
+    unsigned width, height;
+    int stride;
+    Bytes bytes;
+};
+
+// The squares the detector will draw after srand(seed), worked out the same way by hand.
+struct Draw {
+    unsigned x1, y1, x2, y2;
+};
+Draw Drawn(unsigned seed, unsigned width, unsigned height) {
+    srand(seed);
+    const unsigned half = width / 2, n = std::min(half, height / 2);
+    Draw d;
+    d.x1 = static_cast<unsigned>(rand()) % (half - n + 1);
+    d.y1 = static_cast<unsigned>(rand()) % (height - n + 1);
+    d.x2 = static_cast<unsigned>(rand()) % (half - n + 1);
+    d.y2 = static_cast<unsigned>(rand()) % (height - n + 1);
+    return d;
+}
+
+class AnomDetect : public ::testing::Test {
+protected:
+    AnomDetect() : installed(&service) {}
+    iqa_test::LogCapture log;
+    MCS::RecordingService service;
+    MCS::ScopedService installed;
+    IQA::IqaAnomDetect detector;
+};
+
+TEST_F(AnomDetect, GreenAndBlackFramesAreReported) {
+    Frame green(64, 48, 64, 0, 0), black(64, 48, 70, 0, 128), normal(64, 48, 64, 90, 128);
+    detector.AnomDetect(green.bytes.data(), green.width, green.height, green.stride, "g.jpg");
+    detector.AnomDetect(black.bytes.data(), black.width, black.height, black.stride, "b.jpg");
+    detector.AnomDetect(normal.bytes.data(), normal.width, normal.height, normal.stride, "n");
+    const auto events = service.Events();
+    ASSERT_EQ(2u, events.size());
+    EXPECT_EQ(8, events[0].eventId);
+    EXPECT_EQ(0, events[0].record.anomType);
+    EXPECT_EQ(std::string("g.jpg"), events[0].record.jpegName);
+    EXPECT_EQ(1, events[1].record.anomType);
+    EXPECT_EQ((std::vector<std::string>{"[AnomDetect]:with abnormal green screen!",
+                                        "[AnomDetect]:with abnormal black screen!",
+                                        "[AnomDetect]:without anom"}),
+              log.LinesWithTag("IqaDebug-AnomDetect"));
+}
+
+TEST_F(AnomDetect, ThresholdIsMoreThanAQuarterOfTheSampledPixels) {
+    // 8 x 8: n = 4, T = 8. Mark exactly T (then T + 1) pixels of the first drawn square green.
+    for (int extra = 0; extra <= 1; ++extra) {
+        Frame frame(8, 8, 8, 50, 0);  // chroma 0 everywhere: luma decides
+        const Draw d = Drawn(77, 8, 8);
+        EXPECT_EQ(0u, d.x1);  // x1 is drawn mod 1
+        for (int i = 0; i < 8 + extra; ++i) {
+            frame.Luma(d.x1 + i % 4, d.y1 + i / 4) = 0;
+        }
+        srand(77);
+        EXPECT_EQ(extra == 1, detector.CheckGreenScreen(frame.bytes.data(), 8, 8, 8)) << extra;
+    }
+    // n = 1 (a frame 2 pixels wide): T = 0, so the first match decides.
+    Frame two(2, 5, 2, 0, 0);
+    EXPECT_TRUE(detector.CheckGreenScreen(two.bytes.data(), 2, 5, 2));
+}
+
+TEST_F(AnomDetect, GreenLeftHalfIsEnough) {
+    Frame frame(40, 20, 40, 90, 128);
+    for (unsigned y = 0; y < 20; ++y) {
+        for (unsigned x = 0; x < 20; ++x) {
+            frame.Luma(x, y) = 0;
+        }
+    }
+    // Chroma of the left half: pairs at even x below 20 in every chroma row.
+    for (unsigned row = 0; row < 10; ++row) {
+        for (unsigned x = 0; x < 20; ++x) {
+            frame.bytes[40 * 20 + row * 40 + x] = 0;
+        }
+    }
+    for (unsigned seed = 1; seed <= 20; ++seed) {
+        srand(seed);
+        EXPECT_TRUE(detector.CheckGreenScreen(frame.bytes.data(), 40, 20, 40)) << seed;
+    }
+}
+
+TEST_F(AnomDetect, NullBufferAndSmallestFrames) {
+    detector.AnomDetect(nullptr, 64, 64, 64, "null");
+    EXPECT_EQ((std::vector<std::string>{"[CheckGreenScreen]:get buffer failed!",
+                                        "[CheckBlackScreen]:get buffer failed!",
+                                        "[AnomDetect]:without anom"}),
+              log.Lines());
+    EXPECT_EQ(ANDROID_LOG_ERROR, log.Entries()[0].priority);
+    // 0 and 1 pixel wide or high: n = 0, no anomaly; 2 and 3 and odd widths: n >= 1.
+    const unsigned sizes[][2] = {{0, 0}, {1, 1}, {0, 9}, {9, 0}, {1, 9}, {9, 1},
+                                 {2, 2}, {3, 3}, {3, 7}, {7, 3}, {5, 2}};
+    for (const auto& s : sizes) {
+        Frame frame(s[0], s[1], static_cast<int>(s[0]), 0, 0);
+        const bool expected = s[0] >= 2 && s[1] >= 2;
+        EXPECT_EQ(expected, detector.CheckGreenScreen(frame.bytes.data(), s[0], s[1],
+                                                      frame.stride))
+            << s[0] << "x" << s[1];
+    }
+    EXPECT_TRUE(service.Events().empty());
+    // A negative stride cannot index the frame: the guard ends the check.
+    log.Clear();
+    Frame frame(8, 8, 8, 0, 0);
+    EXPECT_FALSE(detector.CheckBlackScreen(frame.bytes.data(), 8, 8, -8));
+    EXPECT_EQ((std::vector<std::string>{"[CheckBlackScreen]:get size error!"}), log.Lines());
+}
+
+}  // namespace

@@ -1,0 +1,140 @@
+// The custom-buffer dump's exact file contents, the files it must leave alone, and the
+// big-data record handed to the service.
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "CameraFiles.h"
+#include "IqaUpLoad.h"
+#include "LogCapture.h"
+#include "McsRecordingService.h"
+#include "TestFiles.h"
+
+using iqa_test::Bytes;
+
+namespace {
+
+Bytes Concat(std::initializer_list<Bytes> parts) {
+    Bytes all;
+    for (const Bytes& p : parts) {
+        all.insert(all.end(), p.begin(), p.end());
+    }
+    return all;
+}
+
+IQA::ImageDumpExpand Descriptor(int32_t size, const char* name) {
+    IQA::ImageDumpExpand d = {};
+    d.width = 4;
+    d.height = 2;
+    d.stride = 4;
+    d.size = size;
+    d.format = 1;
+    std::strncpy(d.algoname, name, sizeof(d.algoname) - 1);
+    return d;
+}
+
+Bytes Raw(const IQA::ImageDumpExpand& d) {
+    const auto* p = reinterpret_cast<const unsigned char*>(&d);
+    return Bytes(p, p + sizeof(d));
+}
+
+// Data header as the dump writes it: length, then the tag cut to 7 characters, zero-filled.
+Bytes Header(uint32_t length, const std::string& tag) {
+    Bytes h;
+    iqa_tools::AppendU32(&h, length);
+    char head[8] = {};
+    std::strncpy(head, tag.c_str(), 7);
+    h.insert(h.end(), head, head + 8);
+    return h;
+}
+
+class Dump : public ::testing::Test {
+protected:
+    void Save(const std::string& name, const Bytes& buffer, IQA::ImageDumpExpand d) {
+        IQA::IqaUpLoad().SaveCustomBuffer(dir.File(name), buffer.data(), &d);
+    }
+
+    iqa_test::TempDir dir;
+    iqa_test::LogCapture log;
+    const Bytes image = iqa_test::RandomBytes(300, 1);
+    const Bytes payload = iqa_test::RandomBytes(50, 2);
+    const Bytes other = iqa_test::RandomBytes(17, 3);
+};
+
+TEST_F(Dump, InsertsRecordBeforeTheLastOne) {
+    const Bytes trailer = iqa_tools::Trailer({{"CAMREC", payload}}, other);
+    const Bytes original = Concat({image, trailer});
+    iqa_test::WriteFile(dir.File("p.jpg"), original);
+    const Bytes first = iqa_test::RandomBytes(12, 4), second = iqa_test::RandomBytes(6, 5);
+
+    Save("p.jpg", first, Descriptor(12, "Iqa_comparessim"));
+    EXPECT_EQ(Concat({image, first, Raw(Descriptor(12, "Iqa_comparessim")),
+                      Header(12 + 120, "Iqa_com"), trailer}),
+              iqa_test::ReadFile(dir.File("p.jpg")));
+    EXPECT_EQ((std::vector<std::string>{"[SaveCustomBuffer]:Resolved path:" + dir.File("p.jpg") + " ",
+                                        "[SaveCustomBuffer]:save custombuffer in " +
+                                            dir.File("p.jpg") + "."}),
+              log.Lines());
+
+    // A second dump goes behind the first, still in front of the camera's own record.
+    Save("p.jpg", second, Descriptor(6, "ab"));
+    EXPECT_EQ(Concat({image, first, Raw(Descriptor(12, "Iqa_comparessim")),
+                      Header(132, "Iqa_com"), second, Raw(Descriptor(6, "ab")),
+                      Header(126, "ab"), trailer}),
+              iqa_test::ReadFile(dir.File("p.jpg")));
+}
+
+TEST_F(Dump, LeavesFilesWithoutAWholeTrailerUntouched) {
+    const Bytes plain = iqa_tools::EncodeJpeg(iqa_test::RandomBytes(32 * 32 * 3, 6), 32, 32, 3, 80);
+    Bytes pastStart = Concat({image, iqa_tools::Trailer({{"CAMREC", payload}}, other)});
+    pastStart[image.size() + payload.size() + 3] = 0x7F;  // payload length far past the start
+    Bytes exactStart = Concat({iqa_tools::Trailer({{"CAMREC", payload}}, other)});  // O = 0
+    Bytes huge = Concat({image, iqa_tools::Trailer({{"CAMREC", payload}}, other)});
+    std::memset(&huge[huge.size() - 24], 0xFF, 4);  // A = 2^32 - 1: no wrap into the file
+    const std::vector<std::pair<std::string, Bytes>> files = {
+        {"plain.jpg", plain}, {"short.jpg", Bytes(23, 1)}, {"empty.jpg", {}},
+        {"past.jpg", pastStart}, {"start.jpg", exactStart}, {"huge.jpg", huge}};
+    for (const auto& [name, bytes] : files) {
+        iqa_test::WriteFile(dir.File(name), bytes);
+        Save(name, payload, Descriptor(static_cast<int32_t>(payload.size()), "Iqa_comparessim"));
+        EXPECT_EQ(bytes, iqa_test::ReadFile(dir.File(name))) << name;
+    }
+    for (const char* name : {"short.jpg", "empty.jpg"}) {
+        EXPECT_TRUE(log.Contains("[SaveCustomBuffer]:IqaUpLoad SaveBuffer: Failed to read file "
+                                 "header: " + dir.File(name) + "."));
+    }
+    for (const std::string& line : log.Lines()) {
+        EXPECT_EQ(std::string::npos, line.find("save custombuffer")) << line;
+    }
+
+    log.Clear();
+    IQA::IqaUpLoad().SaveCustomBuffer(dir.File("missing.jpg"), payload.data(), nullptr);
+    EXPECT_EQ((std::vector<std::string>{"[SaveCustomBuffer]:Failed to resolve path."}),
+              log.Lines());
+}
+
+TEST(BigData, RecordFieldsAndService) {
+    iqa_test::LogCapture log;
+    MCS::RecordingService service;
+    {
+        MCS::ScopedService installed(&service);
+        IQA::IqaUpLoad().UpLoadBigData("abcdefghijklmnopqrstuvwxyz0123", 1);
+        IQA::IqaUpLoad().UpLoadBigData("", 0);
+    }
+    IQA::IqaUpLoad().UpLoadBigData("unsent", 0);  // no service: nothing sent, still logged
+
+    const auto events = service.Events();
+    ASSERT_EQ(2u, events.size());
+    EXPECT_EQ(8, events[0].eventId);
+    EXPECT_EQ(1, events[0].record.anomType);
+    EXPECT_EQ(std::string("abcdefghijklmnopqrstuvwx"), events[0].record.jpegName);
+    EXPECT_EQ(Bytes(25, 0), Bytes(events[1].record.jpegName, events[1].record.jpegName + 25));
+    EXPECT_EQ(0, events[1].record.anomType);
+    EXPECT_GT(events[0].record.timestamp, 1600000000000LL);  // wall-clock milliseconds
+    EXPECT_EQ((std::vector<std::string>{
+                  "[UpLoadBigData]:upload bigdata of abcdefghijklmnopqrstuvwxyz0123.",
+                  "[UpLoadBigData]:upload bigdata of .", "[UpLoadBigData]:upload bigdata of unsent."}),
+              log.Lines());
+}
+
+}  // namespace
