@@ -73,7 +73,7 @@ public:
                     const std::string& name);
 
 private:
-    friend struct IqaTaskManagerAccess;  // layout checks and tests
+    friend struct IqaTaskManagerTestPeer;
 
     void ClearQueueLocked();
     void StartWorkerIfEnded();

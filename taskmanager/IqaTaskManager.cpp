@@ -8,8 +8,8 @@
 
 namespace IQA {
 
-// Hosts compile against the header, so the specified members keep their declared order.
-struct IqaTaskManagerAccess {
+IqaTaskManager::IqaTaskManager() : stopStatus(false), exitFlag(false), taskCount(0) {
+    // Hosts compile against the header, so the specified members keep their declared order.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Winvalid-offsetof"
     static_assert(offsetof(IqaTaskManager, taskList) < offsetof(IqaTaskManager, processNodes) &&
@@ -27,9 +27,6 @@ struct IqaTaskManagerAccess {
                       offsetof(IqaTaskManager, exitFlag) < offsetof(IqaTaskManager, taskCount),
                   "member order");
 #pragma GCC diagnostic pop
-};
-
-IqaTaskManager::IqaTaskManager() : stopStatus(false), exitFlag(false), taskCount(0) {
     IQA_LOGI(kTagTaskManager, "begin IqaTaskManager");
     processNodes.push_back(std::make_shared<IqaProcessData>());
     processNodes.push_back(std::make_shared<IqaCompSim>());

@@ -4,6 +4,8 @@
 #include <android/log.h>
 
 #include <algorithm>
+#include <chrono>
+#include <condition_variable>
 #include <mutex>
 
 namespace iqa_test {
@@ -11,11 +13,21 @@ namespace iqa_test {
 namespace {
 
 std::mutex gMutex;
+std::condition_variable gLogged;
 std::vector<LogEntry> gEntries;
+std::function<void(const std::string&)> gHook;
 
 void Record(const struct __android_logger_data* data, const char* message) {
-    std::lock_guard<std::mutex> lock(gMutex);
-    gEntries.push_back({data->priority, data->tag ? data->tag : "", message});
+    std::function<void(const std::string&)> hook;
+    {
+        std::lock_guard<std::mutex> lock(gMutex);
+        gEntries.push_back({data->priority, data->tag ? data->tag : "", message});
+        hook = gHook;
+    }
+    gLogged.notify_all();
+    if (hook) {
+        hook(StripLine(message));
+    }
 }
 
 }  // namespace
@@ -35,7 +47,26 @@ LogCapture::LogCapture() {
     __android_log_set_logger(Record);
 }
 
-LogCapture::~LogCapture() { __android_log_set_logger(__android_log_stderr_logger); }
+LogCapture::~LogCapture() {
+    __android_log_set_logger(__android_log_stderr_logger);
+    std::lock_guard<std::mutex> lock(gMutex);
+    gHook = nullptr;
+}
+
+bool LogCapture::WaitFor(const std::string& line, size_t count) const {
+    std::unique_lock<std::mutex> lock(gMutex);
+    return gLogged.wait_for(lock, std::chrono::seconds(60), [&] {
+        return static_cast<size_t>(std::count_if(gEntries.begin(), gEntries.end(),
+                                                 [&](const LogEntry& e) {
+                                                     return StripLine(e.message) == line;
+                                                 })) >= count;
+    });
+}
+
+void LogCapture::OnLine(std::function<void(const std::string&)> hook) {
+    std::lock_guard<std::mutex> lock(gMutex);
+    gHook = std::move(hook);
+}
 
 std::vector<LogEntry> LogCapture::Entries() const {
     std::lock_guard<std::mutex> lock(gMutex);

@@ -2,6 +2,7 @@
 #ifndef IQA_TESTS_LOG_CAPTURE_H
 #define IQA_TESTS_LOG_CAPTURE_H
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -31,6 +32,12 @@ public:
     bool Contains(const std::string& line) const;
     size_t Count(const std::string& line) const;
     void Clear();
+
+    // Blocks until `line` (in Lines() form) has been logged `count` times; false if that does
+    // not happen within a minute, which only a hung worker explains.
+    bool WaitFor(const std::string& line, size_t count = 1) const;
+    // Runs `hook` on the logging thread for every line (in Lines() form) from now on.
+    void OnLine(std::function<void(const std::string&)> hook);
 };
 
 // "[op:123]:text" -> "[op]:text".
