@@ -26,8 +26,8 @@ void Report(const std::string& name, unsigned char anomType) {
 IqaAnomDetect::IqaAnomDetect() = default;
 IqaAnomDetect::~IqaAnomDetect() = default;
 
-void IqaAnomDetect::AnomDetect(const unsigned char* buffer, unsigned int width,
-                               unsigned int height, int stride, const std::string& name) {
+void IqaAnomDetect::AnomDetect(const unsigned char* buffer, unsigned int width, unsigned int height,
+                               int stride, const std::string& name) {
     if (CheckGreenScreen(buffer, width, height, stride)) {
         IQA_LOGE(kTagAnomDetect, "with abnormal green screen!");
         Report(name, kGreenScreen);

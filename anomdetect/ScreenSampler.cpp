@@ -61,8 +61,8 @@ Scan ScanSquare(const Frame& f, const Square& s, uint64_t threshold, uint64_t* m
 
 }  // namespace
 
-bool SampleScreen(const unsigned char* buffer, unsigned int width, unsigned int height,
-                  int stride, unsigned char chroma, const char* operation) {
+bool SampleScreen(const unsigned char* buffer, unsigned int width, unsigned int height, int stride,
+                  unsigned char chroma, const char* operation) {
     if (buffer == nullptr) {
         IQA_LOG_OP(ANDROID_LOG_ERROR, kTagAnomDetect, operation, "get buffer failed!");
         return false;

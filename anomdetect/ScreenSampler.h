@@ -7,8 +7,8 @@ namespace IQA {
 // Draws two n x n squares (one in each half of the frame) with rand() and returns true at the
 // (T + 1)-th pixel whose luma is 0 and whose chroma pair is (chroma, chroma), T = n * n / 2.
 // Log lines carry `operation`.
-bool SampleScreen(const unsigned char* buffer, unsigned int width, unsigned int height,
-                  int stride, unsigned char chroma, const char* operation);
+bool SampleScreen(const unsigned char* buffer, unsigned int width, unsigned int height, int stride,
+                  unsigned char chroma, const char* operation);
 
 }  // namespace IQA
 

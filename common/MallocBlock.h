@@ -8,11 +8,11 @@
 namespace IQA {
 
 class MallocBlock {
-public:
+  public:
     enum class Fill { kNone, kZero };
 
     MallocBlock(size_t size, Fill fill)
-        : data_(static_cast<unsigned char*>(size == 0 ? nullptr
+        : data_(static_cast<unsigned char*>(size == 0             ? nullptr
                                             : fill == Fill::kZero ? calloc(1, size)
                                                                   : malloc(size))),
           size_(data_ == nullptr ? 0 : size) {}
@@ -24,7 +24,7 @@ public:
     size_t size() const { return size_; }
     explicit operator bool() const { return data_ != nullptr; }
 
-private:
+  private:
     unsigned char* data_;
     size_t size_;
 };

@@ -7,7 +7,7 @@
 namespace IQA {
 
 class ScopedFile {
-public:
+  public:
     ScopedFile(const char* path, const char* mode) : file_(fopen(path, mode)) {}
     ~ScopedFile() {
         if (file_ != nullptr) {
@@ -20,7 +20,7 @@ public:
     FILE* get() const { return file_; }
     explicit operator bool() const { return file_ != nullptr; }
 
-private:
+  private:
     FILE* file_;
 };
 

@@ -12,7 +12,7 @@ namespace IQA {
 // with (even-rounded width)-byte rows of (U, V) or (V, U) pairs. The caller guarantees the
 // buffer holds what that indexing reaches. Sampling uses the C library's rand().
 class IQA_EXPORT IqaAnomDetect {
-public:
+  public:
     IqaAnomDetect();
     ~IqaAnomDetect();
 

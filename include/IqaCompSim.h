@@ -7,7 +7,7 @@
 namespace IQA {
 
 class IQA_EXPORT IqaCompSim : public IqaProcessNode {
-public:
+  public:
     IqaCompSim();
     ~IqaCompSim() override;
 

@@ -7,7 +7,7 @@
 namespace IQA {
 
 class IQA_EXPORT IqaProcessData : public IqaProcessNode {
-public:
+  public:
     IqaProcessData();
     ~IqaProcessData() override;
 

@@ -14,19 +14,19 @@
 // a pixel (R, G, B), rows packed, top row first.
 #pragma pack(push, 4)
 struct IqaImageInfo {
-    std::string jpegName;             // task name: photo file name without folder or extension
-    std::string thumbPath;            // file of the first image (the backed-up thumbnail)
-    std::string jpegPath;             // file of the second image (the stored JPEG)
-    unsigned char* thumbBuffer;       // first image's pixels, capacity bufferSize bytes
-    unsigned char* jpegBuffer;        // second image's pixels, capacity bufferSize bytes
-    unsigned long long bufferSize;    // capacity in bytes of each buffer
-    int thumbWidth;                   // first image, pixels
-    int jpegWidth;                    // second image, pixels
-    int thumbHeight;                  // first image, rows
-    int jpegHeight;                   // second image, rows
-    int thumbDecoderType;             // IQA::DecoderType of the first image
-    int jpegDecoderType;              // IQA::DecoderType of the second image
-    double ssim;                      // similarity written by the SSIM stage; 0.0 = no result
+    std::string jpegName;           // task name: photo file name without folder or extension
+    std::string thumbPath;          // file of the first image (the backed-up thumbnail)
+    std::string jpegPath;           // file of the second image (the stored JPEG)
+    unsigned char* thumbBuffer;     // first image's pixels, capacity bufferSize bytes
+    unsigned char* jpegBuffer;      // second image's pixels, capacity bufferSize bytes
+    unsigned long long bufferSize;  // capacity in bytes of each buffer
+    int thumbWidth;                 // first image, pixels
+    int jpegWidth;                  // second image, pixels
+    int thumbHeight;                // first image, rows
+    int jpegHeight;                 // second image, rows
+    int thumbDecoderType;           // IQA::DecoderType of the first image
+    int jpegDecoderType;            // IQA::DecoderType of the second image
+    double ssim;                    // similarity written by the SSIM stage; 0.0 = no result
 };
 #pragma pack(pop)
 
@@ -76,7 +76,7 @@ struct DecoderInfo {
 // One stage of the chain. Stages hold no state; ProcessImage returns false to stop the
 // chain for this photo and never throws.
 class IQA_EXPORT IqaProcessNode {
-public:
+  public:
     virtual ~IqaProcessNode();
     virtual bool ProcessImage(IqaImageInfo& info) = 0;
 };

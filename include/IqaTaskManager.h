@@ -44,7 +44,7 @@ struct SsimResult {
 };
 
 class IQA_EXPORT IqaTaskManager {
-public:
+  public:
     IqaTaskManager();
     // Ends the worker: an idle one at once, one inside a batch run when the run returns.
     ~IqaTaskManager();
@@ -72,14 +72,14 @@ public:
     void CopyThumbs(const std::string& thumbPath, const std::string& destFolder,
                     const std::string& name);
 
-private:
+  private:
     friend struct IqaTaskManagerTestPeer;
 
-    void ClearQueueLocked();
-    void StartWorkerIfEnded();
-    void SetTaskList(std::vector<std::string> names);
-    void PushTask(const std::string& name);
-    std::string PopTask();
+    IQA_HIDDEN void ClearQueueLocked();
+    IQA_HIDDEN void StartWorkerIfEnded();
+    IQA_HIDDEN void SetTaskList(std::vector<std::string> names);
+    IQA_HIDDEN void PushTask(const std::string& name);
+    IQA_HIDDEN std::string PopTask();
 
     std::vector<std::string> taskList;
     std::vector<std::shared_ptr<IqaProcessNode>> processNodes;

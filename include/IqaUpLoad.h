@@ -12,13 +12,13 @@ namespace IQA {
 
 // Descriptor of a custom buffer, written into photo files byte for byte (little-endian).
 struct ImageDumpExpand {
-    int32_t width;       // pixels
-    int32_t height;      // rows
-    int32_t stride;      // bytes per luma row
-    int32_t size;        // bytes of the custom buffer; the dump copies exactly this many
-    int32_t format;      // 1: NV12
-    char algoname[30];   // producing algorithm, NUL-terminated, zero-filled
-    char reserved[70];   // zero
+    int32_t width;      // pixels
+    int32_t height;     // rows
+    int32_t stride;     // bytes per luma row
+    int32_t size;       // bytes of the custom buffer; the dump copies exactly this many
+    int32_t format;     // 1: NV12
+    char algoname[30];  // producing algorithm, NUL-terminated, zero-filled
+    char reserved[70];  // zero
 };
 
 static_assert(sizeof(ImageDumpExpand) == 120, "file format: 120-byte descriptor");
@@ -32,9 +32,9 @@ static_assert(offsetof(ImageDumpExpand, width) == 0 && offsetof(ImageDumpExpand,
 // Event record handed to the device service; its layout is the service's.
 #pragma pack(push, 4)
 struct BigDataRecord {
-    int64_t timestamp;      // milliseconds, from MCS::GetCurrentMilliSeconds()
-    char jpegName[25];      // image name, at most 24 characters, NUL-terminated, zero-filled
-    uint8_t anomType;       // 0 green screen, 1 black screen
+    int64_t timestamp;  // milliseconds, from MCS::GetCurrentMilliSeconds()
+    char jpegName[25];  // image name, at most 24 characters, NUL-terminated, zero-filled
+    uint8_t anomType;   // 0 green screen, 1 black screen
 };
 #pragma pack(pop)
 
@@ -46,7 +46,7 @@ static_assert(alignof(BigDataRecord) == 4, "packed to 4 bytes");
 
 // Stateless; callers create one per call. Outcomes show only in the log.
 class IQA_EXPORT IqaUpLoad {
-public:
+  public:
     IqaUpLoad();
     ~IqaUpLoad();
 

@@ -46,9 +46,9 @@ void ReduceRowFast(const unsigned char* src, int srcWidth, int64_t rows, int k, 
         std::memset(sums, 0, sizeof(uint32_t) * static_cast<size_t>(bytes));
         const int64_t lastRow = std::min<int64_t>(firstRow + k, rows);
         for (int64_t r = firstRow; r < lastRow; ++r) {
-            const size_t offset =
-                (static_cast<size_t>(r) * static_cast<size_t>(srcWidth) +
-                 static_cast<size_t>(x0) * static_cast<size_t>(k)) * kChannels;
+            const size_t offset = (static_cast<size_t>(r) * static_cast<size_t>(srcWidth) +
+                                   static_cast<size_t>(x0) * static_cast<size_t>(k)) *
+                                  kChannels;
             AccumulateRow(src + offset, sums, bytes);
         }
         FinishPixels(sums, k, pixels, out + static_cast<size_t>(x0) * kChannels);
@@ -64,9 +64,11 @@ void ReduceRowWide(const unsigned char* src, int srcWidth, int64_t rows, int k, 
         for (int c = 0; c < kChannels; ++c) {
             uint64_t total = 0;
             for (int64_t r = firstRow; r < lastRow; ++r) {
-                const unsigned char* p =
-                    src + (static_cast<size_t>(r) * static_cast<size_t>(srcWidth) +
-                           static_cast<size_t>(x) * static_cast<size_t>(k)) * kChannels + c;
+                const unsigned char* p = src +
+                                         (static_cast<size_t>(r) * static_cast<size_t>(srcWidth) +
+                                          static_cast<size_t>(x) * static_cast<size_t>(k)) *
+                                             kChannels +
+                                         c;
                 for (int i = 0; i < k; ++i) {
                     total += p[static_cast<size_t>(i) * kChannels];
                 }

@@ -50,8 +50,8 @@ IqaCompSim::~IqaCompSim() = default;
 
 bool IqaCompSim::ProcessImage(IqaImageInfo& info) {
     IQA_LOGI(kTagCompSim, "begin CalculateRgbSsim");
-    info.ssim = CalculateRgbSsim(info.thumbBuffer, info.jpegBuffer, info.thumbWidth,
-                                 info.thumbHeight);
+    info.ssim =
+        CalculateRgbSsim(info.thumbBuffer, info.jpegBuffer, info.thumbWidth, info.thumbHeight);
     IQA_LOGI(kTagCompSim, "ssim result: %lf", info.ssim);
     return info.ssim != 0.0;
 }

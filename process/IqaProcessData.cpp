@@ -23,9 +23,8 @@ struct ImageView {
 
 bool DecodeInto(IqaProcessData& stage, const IqaImageInfo& info, const ImageView& image,
                 int decoderType) {
-    const long long count =
-        stage.Decoder(DecoderInfo{image.path, info.bufferSize, decoderType}, image.buffer,
-                      &image.width, &image.height);
+    const long long count = stage.Decoder(DecoderInfo{image.path, info.bufferSize, decoderType},
+                                          image.buffer, &image.width, &image.height);
     return count >= 1 && image.width >= 1 && image.height >= 1;
 }
 

@@ -86,8 +86,8 @@ DecodeResult Decode(FILE* file, unsigned char* buffer, unsigned long long buffer
     jpeg_read_header(&cinfo, TRUE);
     // RGB output has three components whatever the file holds (a greyscale photo is expanded),
     // so the capacity is checked against what will really be written.
-    const unsigned long long needed = static_cast<unsigned long long>(cinfo.image_width) *
-                                      cinfo.image_height * kRgbComponents;
+    const unsigned long long needed =
+        static_cast<unsigned long long>(cinfo.image_width) * cinfo.image_height * kRgbComponents;
     if (bufferSize < needed) {
         IQA_LOG_OP(ANDROID_LOG_ERROR, kTagProcessData, kOperation,
                    "IqaProcessData JpegDecoder: buf size too small!");
@@ -97,9 +97,8 @@ DecodeResult Decode(FILE* file, unsigned char* buffer, unsigned long long buffer
     cinfo.out_color_space = JCS_RGB;
     jpeg_start_decompress(&cinfo);
     IQA_LOG_OP(ANDROID_LOG_INFO, kTagProcessData, kOperation,
-               "output width %d, height %d, components %d\n",
-               static_cast<int>(cinfo.output_width), static_cast<int>(cinfo.output_height),
-               cinfo.output_components);
+               "output width %d, height %d, components %d\n", static_cast<int>(cinfo.output_width),
+               static_cast<int>(cinfo.output_height), cinfo.output_components);
     if (!MatchesCheckedSize(cinfo)) {
         IQA_LOG_OP(ANDROID_LOG_ERROR, kTagProcessData, kOperation, "unexpected output size");
         jpeg_destroy_decompress(&cinfo);

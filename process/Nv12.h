@@ -7,7 +7,9 @@
 namespace IQA {
 
 // Bytes of one chroma row: a (U, V) pair for every started pair of columns.
-inline int64_t Nv12ChromaRowBytes(int64_t width) { return 2 * ((width + 1) / 2); }
+inline int64_t Nv12ChromaRowBytes(int64_t width) {
+    return 2 * ((width + 1) / 2);
+}
 
 // Whole NV12 image: the luma plane, then ceil(height / 2) chroma rows. For even sizes this is
 // width x height x 3 / 2.

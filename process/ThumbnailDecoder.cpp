@@ -39,8 +39,7 @@ bool RawPixelsFit(int64_t pixels, unsigned long long bufferSize) {
 }  // namespace
 
 long long IqaProcessData::ThumbnailDecoder(const char* path, unsigned char* buffer,
-                                           unsigned long long bufferSize, int* width,
-                                           int* height) {
+                                           unsigned long long bufferSize, int* width, int* height) {
     const ResolvedPath resolved(path);
     if (!resolved.ok) {
         IQA_LOGE(kTagProcessData, "Failed to resolve path%s.", resolved.path);

@@ -82,8 +82,7 @@ SsimResult IqaTaskManager::GetSsim(IqaImageInfo& info) {
     // The chain's length is read anew after every stage.
     for (size_t stage = 0; stage < processNodes.size(); ++stage) {
         if (stopStatus.load()) {
-            IQA_LOGI(kTagTaskManager, "interrupt current task's procss: %s",
-                     info.jpegName.c_str());
+            IQA_LOGI(kTagTaskManager, "interrupt current task's procss: %s", info.jpegName.c_str());
             AddTask(info.jpegName);
             break;
         }

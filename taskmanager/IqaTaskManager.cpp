@@ -12,20 +12,16 @@ IqaTaskManager::IqaTaskManager() : stopStatus(false), exitFlag(false), taskCount
     // Hosts compile against the header, so the specified members keep their declared order.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Winvalid-offsetof"
-    static_assert(offsetof(IqaTaskManager, taskList) < offsetof(IqaTaskManager, processNodes) &&
-                      offsetof(IqaTaskManager, processNodes) <
-                          offsetof(IqaTaskManager, queueMutex) &&
-                      offsetof(IqaTaskManager, queueMutex) <
-                          offsetof(IqaTaskManager, workerFuture) &&
-                      offsetof(IqaTaskManager, workerFuture) <
-                          offsetof(IqaTaskManager, stopStatus) &&
-                      offsetof(IqaTaskManager, stopStatus) <
-                          offsetof(IqaTaskManager, queueCondition) &&
-                      offsetof(IqaTaskManager, queueCondition) <
-                          offsetof(IqaTaskManager, requestQueue) &&
-                      offsetof(IqaTaskManager, requestQueue) < offsetof(IqaTaskManager, exitFlag) &&
-                      offsetof(IqaTaskManager, exitFlag) < offsetof(IqaTaskManager, taskCount),
-                  "member order");
+    static_assert(
+        offsetof(IqaTaskManager, taskList) < offsetof(IqaTaskManager, processNodes) &&
+            offsetof(IqaTaskManager, processNodes) < offsetof(IqaTaskManager, queueMutex) &&
+            offsetof(IqaTaskManager, queueMutex) < offsetof(IqaTaskManager, workerFuture) &&
+            offsetof(IqaTaskManager, workerFuture) < offsetof(IqaTaskManager, stopStatus) &&
+            offsetof(IqaTaskManager, stopStatus) < offsetof(IqaTaskManager, queueCondition) &&
+            offsetof(IqaTaskManager, queueCondition) < offsetof(IqaTaskManager, requestQueue) &&
+            offsetof(IqaTaskManager, requestQueue) < offsetof(IqaTaskManager, exitFlag) &&
+            offsetof(IqaTaskManager, exitFlag) < offsetof(IqaTaskManager, taskCount),
+        "member order");
 #pragma GCC diagnostic pop
     IQA_LOGI(kTagTaskManager, "begin IqaTaskManager");
     processNodes.push_back(std::make_shared<IqaProcessData>());
@@ -79,7 +75,9 @@ void IqaTaskManager::StartWorkerIfEnded() {
     workerFuture = std::async(std::launch::async, &IqaTaskManager::ProcessRequests, this);
 }
 
-void IqaTaskManager::SetStopStatus(bool value) { stopStatus.store(value); }
+void IqaTaskManager::SetStopStatus(bool value) {
+    stopStatus.store(value);
+}
 
 void IqaTaskManager::ProcessRequests() {
     for (;;) {

@@ -16,8 +16,7 @@ namespace {
 // A frame of stride x height luma bytes and (even width) x ceil(height/2) chroma bytes.
 struct Frame {
     Frame(unsigned w, unsigned h, int s, unsigned char luma, unsigned char chroma)
-        : width(w), height(h), stride(s),
-          bytes(static_cast<size_t>(s) * h, luma) {
+        : width(w), height(h), stride(s), bytes(static_cast<size_t>(s) * h, luma) {
         bytes.resize(bytes.size() + (w & ~1u) * ((h + 1) / 2) + 2, chroma);
     }
     unsigned char& Luma(unsigned x, unsigned y) { return bytes[y * stride + x]; }
@@ -42,7 +41,7 @@ Draw Drawn(unsigned seed, unsigned width, unsigned height) {
 }
 
 class AnomDetect : public ::testing::Test {
-protected:
+  protected:
     AnomDetect() : installed(&service) {}
     iqa_test::LogCapture log;
     MCS::RecordingService service;
@@ -116,8 +115,7 @@ TEST_F(AnomDetect, NullBufferAndSmallestFrames) {
     for (const auto& s : sizes) {
         Frame frame(s[0], s[1], static_cast<int>(s[0]), 0, 0);
         const bool expected = s[0] >= 2 && s[1] >= 2;
-        EXPECT_EQ(expected, detector.CheckGreenScreen(frame.bytes.data(), s[0], s[1],
-                                                      frame.stride))
+        EXPECT_EQ(expected, detector.CheckGreenScreen(frame.bytes.data(), s[0], s[1], frame.stride))
             << s[0] << "x" << s[1];
     }
     EXPECT_TRUE(service.Events().empty());

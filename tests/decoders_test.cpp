@@ -14,14 +14,13 @@ using iqa_test::Bytes;
 namespace {
 
 class Decoders : public ::testing::Test {
-protected:
+  protected:
     long long Thumb(const std::string& name, unsigned long long capacity) {
         return stage.ThumbnailDecoder(dir.File(name).c_str(), buffer.data(), capacity, &width,
                                       &height);
     }
     long long Jpeg(const std::string& name, unsigned long long capacity) {
-        return stage.JpegDecoder(dir.File(name).c_str(), buffer.data(), capacity, &width,
-                                 &height);
+        return stage.JpegDecoder(dir.File(name).c_str(), buffer.data(), capacity, &width, &height);
     }
     void Write(const std::string& name, const Bytes& bytes) {
         iqa_test::WriteFile(dir.File(name), bytes);

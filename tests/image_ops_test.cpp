@@ -69,8 +69,8 @@ TEST(DownScale, CameraSizesMatchPlainLoops) {
 
 TEST(DownScale, BoundedFormTreatsMissingRowsAsZero) {
     const int sizes[][5] = {// srcW, srcRows, dstW, dstH, seed
-                            {12, 5, 3, 3, 1},   {7, 7, 2, 2, 2},    {100, 3, 1, 1, 3},
-                            {33, 40, 5, 9, 4},  {2500, 4, 1, 2, 5}, {5000, 3, 2, 3, 6}};
+                            {12, 5, 3, 3, 1},  {7, 7, 2, 2, 2},    {100, 3, 1, 1, 3},
+                            {33, 40, 5, 9, 4}, {2500, 4, 1, 2, 5}, {5000, 3, 2, 3, 6}};
     for (const auto& s : sizes) {
         const Bytes src = RandomBytes(static_cast<size_t>(s[0]) * s[1] * 3, s[4]);
         Bytes fast(static_cast<size_t>(s[2]) * s[3] * 3 + 1, kGuard), plain(fast.size(), kGuard);
@@ -100,9 +100,9 @@ Bytes Solid(int width, int height, unsigned char r, unsigned char g, unsigned ch
 TEST(Nv12, ColourValues) {
     struct Case {
         unsigned char r, g, b, y, u, v;
-    } cases[] = {{0, 0, 0, 16, 128, 128},     {255, 255, 255, 235, 128, 128},
+    } cases[] = {{0, 0, 0, 16, 128, 128},        {255, 255, 255, 235, 128, 128},
                  {128, 128, 128, 125, 128, 128}, {0, 255, 0, 144, 54, 35},
-                 {0, 0, 255, 40, 239, 110},   {255, 0, 0, 81, 91, 239}};
+                 {0, 0, 255, 40, 239, 110},      {255, 0, 0, 81, 91, 239}};
     for (const Case& c : cases) {
         EXPECT_EQ((Bytes{c.y, c.y, c.y, c.y, c.u, c.v}), Nv12Of(Solid(2, 2, c.r, c.g, c.b), 2, 2))
             << int(c.r) << "," << int(c.g) << "," << int(c.b);

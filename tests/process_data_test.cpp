@@ -14,7 +14,7 @@ namespace {
 constexpr unsigned long long kCapacity = 64000000;
 
 class PrepareStage : public ::testing::Test {
-protected:
+  protected:
     IqaImageInfo Record(const std::string& first, int firstType, const std::string& second,
                         int secondType) {
         IqaImageInfo info{};
@@ -72,8 +72,8 @@ TEST_F(PrepareStage, EqualPixelCountsAreNotResizedAndLargerFirstImageIsReduced) 
     EXPECT_EQ(200, same.jpegHeight);
     EXPECT_EQ(0u, log.Count("[ProcessImage]:begin downscale jpeg " + dir.File("tall.thumbnail")));
 
-    IqaImageInfo larger = Record("wide.thumbnail", IQA::DECODER_THUMBNAIL, "small.thumbnail",
-                                 IQA::DECODER_THUMBNAIL);
+    IqaImageInfo larger =
+        Record("wide.thumbnail", IQA::DECODER_THUMBNAIL, "small.thumbnail", IQA::DECODER_THUMBNAIL);
     ASSERT_TRUE(stage.ProcessImage(larger));
     EXPECT_EQ(50, larger.thumbWidth);
     EXPECT_EQ(25, larger.thumbHeight);
@@ -97,8 +97,9 @@ TEST_F(PrepareStage, DecodeFailures) {
     WriteThumb("t.thumbnail", 16, 16, Bytes(16 * 16 * 3, 1));
     IqaImageInfo unknown = Record("t.thumbnail", 7, "t.thumbnail", IQA::DECODER_THUMBNAIL);
     EXPECT_FALSE(stage.ProcessImage(unknown));
-    EXPECT_EQ((std::vector<std::string>{"[Decoder]:begin decoder", "[ProcessImage]:Decoder failed"}),
-              log.Lines());
+    EXPECT_EQ(
+        (std::vector<std::string>{"[Decoder]:begin decoder", "[ProcessImage]:Decoder failed"}),
+        log.Lines());
     EXPECT_EQ(0.0, unknown.ssim);
 
     log.Clear();

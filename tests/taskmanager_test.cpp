@@ -23,7 +23,7 @@ std::string Registered(const std::string& name, int count) {
 }
 
 class TaskManager : public ::testing::Test {
-protected:
+  protected:
     iqa_test::ScopedWorkDir work;
     iqa_test::LogCapture log;
 };
@@ -58,18 +58,18 @@ TEST_F(TaskManager, RegistryCapacityAndDuplicates) {
     manager.AddTask("g");  // no capacity limit for a put-back name
     const std::vector<std::string> lines = log.Lines();
     EXPECT_EQ((std::vector<std::string>{"a", "B", "b", "", "e", "g"}), Peer::Tasks(manager));
-    EXPECT_EQ((std::vector<std::string>{
-                  "[RegisterTask]:begin RegisterTask", Registered("a", 1),
-                  "[RegisterTask]:begin RegisterTask", Registered("B", 2),
-                  "[RegisterTask]:begin RegisterTask", Registered("b", 3),
-                  "[RegisterTask]:begin RegisterTask", Registered("", 4),
-                  "[RegisterTask]:begin RegisterTask", "[RegisterTask]:Task existed: a ",
-                  Registered("a", 4), "[RegisterTask]:begin RegisterTask", Registered("e", 5),
-                  "[RegisterTask]:begin RegisterTask",
-                  "[RegisterTask]:Task list is full. Cannot register task: f",
-                  "[RegisterTask]:begin RegisterTask",
-                  "[RegisterTask]:Task list is full. Cannot register task: a",
-                  "[AddTask]:Task existed: b "}),
+    EXPECT_EQ((std::vector<std::string>{"[RegisterTask]:begin RegisterTask", Registered("a", 1),
+                                        "[RegisterTask]:begin RegisterTask", Registered("B", 2),
+                                        "[RegisterTask]:begin RegisterTask", Registered("b", 3),
+                                        "[RegisterTask]:begin RegisterTask", Registered("", 4),
+                                        "[RegisterTask]:begin RegisterTask",
+                                        "[RegisterTask]:Task existed: a ", Registered("a", 4),
+                                        "[RegisterTask]:begin RegisterTask", Registered("e", 5),
+                                        "[RegisterTask]:begin RegisterTask",
+                                        "[RegisterTask]:Task list is full. Cannot register task: f",
+                                        "[RegisterTask]:begin RegisterTask",
+                                        "[RegisterTask]:Task list is full. Cannot register task: a",
+                                        "[AddTask]:Task existed: b "}),
               std::vector<std::string>(lines.begin() + 1, lines.end()));
 }
 
@@ -179,16 +179,16 @@ TEST_F(TaskManager, ThumbnailBackupAndFileUtilities) {
     RemoveFile("backup/a.thumbnail", "again");
 
     const std::vector<std::string> lines = log.Lines();
-    EXPECT_EQ((std::vector<std::string>{
-                  "[CopyThumbs]:begin back up", "[CopyThumbs]:back up successfully",
-                  "[CopyThumbs]:begin back up", "[CopyThumbs]:back up successfully",
-                  "[CopyThumbs]:begin back up", "[CopyThumbs]:Failed to back up.",
-                  "[CopyThumbs]:begin back up", "[CopyThumbs]:Failed to back up.",
-                  "[CopyThumbs]:begin back up",
-                  "[CopyThumbs]:Failed to create destination directory.",
-                  "[RemoveFile]: backup/a.thumbnail ok(label)",
-                  "[RemoveFile]: backup/a.thumbnail failed(again)"}),
-              std::vector<std::string>(lines.begin() + 1, lines.end()));
+    EXPECT_EQ(
+        (std::vector<std::string>{"[CopyThumbs]:begin back up", "[CopyThumbs]:back up successfully",
+                                  "[CopyThumbs]:begin back up", "[CopyThumbs]:back up successfully",
+                                  "[CopyThumbs]:begin back up", "[CopyThumbs]:Failed to back up.",
+                                  "[CopyThumbs]:begin back up", "[CopyThumbs]:Failed to back up.",
+                                  "[CopyThumbs]:begin back up",
+                                  "[CopyThumbs]:Failed to create destination directory.",
+                                  "[RemoveFile]: backup/a.thumbnail ok(label)",
+                                  "[RemoveFile]: backup/a.thumbnail failed(again)"}),
+        std::vector<std::string>(lines.begin() + 1, lines.end()));
     EXPECT_EQ(ANDROID_LOG_INFO, log.Entries().back().priority);
     EXPECT_EQ("IqaDebug-Utils", log.Entries().back().tag);
 }

@@ -49,7 +49,7 @@ Bytes Header(uint32_t length, const std::string& tag) {
 }
 
 class Dump : public ::testing::Test {
-protected:
+  protected:
     void Save(const std::string& name, const Bytes& buffer, IQA::ImageDumpExpand d) {
         IQA::IqaUpLoad().SaveCustomBuffer(dir.File(name), buffer.data(), &d);
     }
@@ -71,16 +71,15 @@ TEST_F(Dump, InsertsRecordBeforeTheLastOne) {
     EXPECT_EQ(Concat({image, first, Raw(Descriptor(12, "Iqa_comparessim")),
                       Header(12 + 120, "Iqa_com"), trailer}),
               iqa_test::ReadFile(dir.File("p.jpg")));
-    EXPECT_EQ((std::vector<std::string>{"[SaveCustomBuffer]:Resolved path:" + dir.File("p.jpg") + " ",
-                                        "[SaveCustomBuffer]:save custombuffer in " +
-                                            dir.File("p.jpg") + "."}),
+    EXPECT_EQ((std::vector<std::string>{
+                  "[SaveCustomBuffer]:Resolved path:" + dir.File("p.jpg") + " ",
+                  "[SaveCustomBuffer]:save custombuffer in " + dir.File("p.jpg") + "."}),
               log.Lines());
 
     // A second dump goes behind the first, still in front of the camera's own record.
     Save("p.jpg", second, Descriptor(6, "ab"));
-    EXPECT_EQ(Concat({image, first, Raw(Descriptor(12, "Iqa_comparessim")),
-                      Header(132, "Iqa_com"), second, Raw(Descriptor(6, "ab")),
-                      Header(126, "ab"), trailer}),
+    EXPECT_EQ(Concat({image, first, Raw(Descriptor(12, "Iqa_comparessim")), Header(132, "Iqa_com"),
+                      second, Raw(Descriptor(6, "ab")), Header(126, "ab"), trailer}),
               iqa_test::ReadFile(dir.File("p.jpg")));
 }
 
@@ -92,16 +91,18 @@ TEST_F(Dump, LeavesFilesWithoutAWholeTrailerUntouched) {
     Bytes huge = Concat({image, iqa_tools::Trailer({{"CAMREC", payload}}, other)});
     std::memset(&huge[huge.size() - 24], 0xFF, 4);  // A = 2^32 - 1: no wrap into the file
     const std::vector<std::pair<std::string, Bytes>> files = {
-        {"plain.jpg", plain}, {"short.jpg", Bytes(23, 1)}, {"empty.jpg", {}},
-        {"past.jpg", pastStart}, {"start.jpg", exactStart}, {"huge.jpg", huge}};
+        {"plain.jpg", plain},    {"short.jpg", Bytes(23, 1)}, {"empty.jpg", {}},
+        {"past.jpg", pastStart}, {"start.jpg", exactStart},   {"huge.jpg", huge}};
     for (const auto& [name, bytes] : files) {
         iqa_test::WriteFile(dir.File(name), bytes);
         Save(name, payload, Descriptor(static_cast<int32_t>(payload.size()), "Iqa_comparessim"));
         EXPECT_EQ(bytes, iqa_test::ReadFile(dir.File(name))) << name;
     }
     for (const char* name : {"short.jpg", "empty.jpg"}) {
-        EXPECT_TRUE(log.Contains("[SaveCustomBuffer]:IqaUpLoad SaveBuffer: Failed to read file "
-                                 "header: " + dir.File(name) + "."));
+        EXPECT_TRUE(
+            log.Contains("[SaveCustomBuffer]:IqaUpLoad SaveBuffer: Failed to read file "
+                         "header: " +
+                         dir.File(name) + "."));
     }
     for (const std::string& line : log.Lines()) {
         EXPECT_EQ(std::string::npos, line.find("save custombuffer")) << line;
@@ -131,10 +132,11 @@ TEST(BigData, RecordFieldsAndService) {
     EXPECT_EQ(Bytes(25, 0), Bytes(events[1].record.jpegName, events[1].record.jpegName + 25));
     EXPECT_EQ(0, events[1].record.anomType);
     EXPECT_GT(events[0].record.timestamp, 1600000000000LL);  // wall-clock milliseconds
-    EXPECT_EQ((std::vector<std::string>{
-                  "[UpLoadBigData]:upload bigdata of abcdefghijklmnopqrstuvwxyz0123.",
-                  "[UpLoadBigData]:upload bigdata of .", "[UpLoadBigData]:upload bigdata of unsent."}),
-              log.Lines());
+    EXPECT_EQ(
+        (std::vector<std::string>{
+            "[UpLoadBigData]:upload bigdata of abcdefghijklmnopqrstuvwxyz0123.",
+            "[UpLoadBigData]:upload bigdata of .", "[UpLoadBigData]:upload bigdata of unsent."}),
+        log.Lines());
 }
 
 }  // namespace

@@ -22,7 +22,9 @@ struct JumpingErrors {
 
 void Silence(j_common_ptr) {}
 
-bool IsTagByte(unsigned char c) { return c == 0 || (c >= 0x20 && c < 0x7F); }
+bool IsTagByte(unsigned char c) {
+    return c == 0 || (c >= 0x20 && c < 0x7F);
+}
 
 // A data header's tag: up to 7 printable characters, NUL-terminated and zero-filled.
 bool ReadTag(const Bytes& file, size_t offset, std::string* tag) {
@@ -119,8 +121,8 @@ bool DecodeJpeg(const Bytes& jpeg, Bytes* rgb, int* width, int* height) {
     *height = static_cast<int>(cinfo.output_height);
     rgb->assign(static_cast<size_t>(cinfo.output_width) * cinfo.output_height * 3, 0);
     while (cinfo.output_scanline < cinfo.output_height) {
-        JSAMPROW row = rgb->data() + static_cast<size_t>(cinfo.output_scanline) *
-                                         cinfo.output_width * 3;
+        JSAMPROW row =
+            rgb->data() + static_cast<size_t>(cinfo.output_scanline) * cinfo.output_width * 3;
         jpeg_read_scanlines(&cinfo, &row, 1);
     }
     jpeg_finish_decompress(&cinfo);

@@ -32,10 +32,10 @@ bool FillRecord(FILE* file, const TrailerTail& tail, const unsigned char* buffer
         IQA_CHECK_COPY_AS(kTagUpLoad, "SaveCustomBuffer", memcpy_s(block, size, buffer, size));
     }
     IQA_CHECK_COPY_AS(kTagUpLoad, "SaveCustomBuffer",
-                    memcpy_s(block + size, kDescriptorSize, descriptor, kDescriptorSize));
+                      memcpy_s(block + size, kDescriptorSize, descriptor, kDescriptorSize));
     DataHeader* dataHeader = reinterpret_cast<DataHeader*>(block + size + kDescriptorSize);
-    IQA_CHECK_COPY_AS(kTagUpLoad, "SaveCustomBuffer", memset_s(dataHeader, sizeof(DataHeader), 0,
-                                                 sizeof(DataHeader)));
+    IQA_CHECK_COPY_AS(kTagUpLoad, "SaveCustomBuffer",
+                      memset_s(dataHeader, sizeof(DataHeader), 0, sizeof(DataHeader)));
     dataHeader->length = static_cast<uint32_t>(size + kDescriptorSize);
     if (strncpy_s(dataHeader->head, sizeof(dataHeader->head), descriptor->algoname,
                   sizeof(dataHeader->head) - 1) != 0) {
@@ -113,8 +113,8 @@ void IqaUpLoad::SaveCustomBuffer(const std::string& path, const unsigned char* b
 void IqaUpLoad::UpLoadBigData(const std::string& jpegName, unsigned char anomType) {
     BigDataRecord record;
     record.timestamp = MCS::GetCurrentMilliSeconds();
-    IQA_CHECK_COPY(kTagUpLoad, memset_s(record.jpegName, sizeof(record.jpegName), 0,
-                                        sizeof(record.jpegName)));
+    IQA_CHECK_COPY(kTagUpLoad,
+                   memset_s(record.jpegName, sizeof(record.jpegName), 0, sizeof(record.jpegName)));
     record.anomType = anomType;
     if (strncpy_s(record.jpegName, sizeof(record.jpegName), jpegName.c_str(),
                   sizeof(record.jpegName) - 1) != 0) {

@@ -11,7 +11,7 @@
 namespace MCS {
 
 class RecordingService : public MCSService {
-public:
+  public:
     struct Event {
         int eventId;
         IQA::BigDataRecord record;
@@ -20,14 +20,14 @@ public:
     int UploadEvent(const int& eventId, const IQA::BigDataRecord& record) override;
     std::vector<Event> Events() const;
 
-private:
+  private:
     mutable std::mutex mutex_;
     std::vector<Event> events_;
 };
 
 // Installs a service for the lifetime of the scope and removes it afterwards.
 class ScopedService {
-public:
+  public:
     explicit ScopedService(MCSService* service) { SetMCSInstance(service); }
     ~ScopedService() { SetMCSInstance(nullptr); }
     ScopedService(const ScopedService&) = delete;

@@ -14,7 +14,7 @@ namespace MCS {
 // The process-wide service object. Only UploadEvent is used; it is the seventh operation of the
 // virtual table, so the six operations before it are declared as placeholders to keep it there.
 class MCSService {
-public:
+  public:
     virtual int Reserved1();
     virtual int Reserved2();
     virtual int Reserved3();

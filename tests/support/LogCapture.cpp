@@ -56,10 +56,9 @@ LogCapture::~LogCapture() {
 bool LogCapture::WaitFor(const std::string& line, size_t count) const {
     std::unique_lock<std::mutex> lock(gMutex);
     return gLogged.wait_for(lock, std::chrono::seconds(60), [&] {
-        return static_cast<size_t>(std::count_if(gEntries.begin(), gEntries.end(),
-                                                 [&](const LogEntry& e) {
-                                                     return StripLine(e.message) == line;
-                                                 })) >= count;
+        return static_cast<size_t>(std::count_if(
+                   gEntries.begin(), gEntries.end(),
+                   [&](const LogEntry& e) { return StripLine(e.message) == line; })) >= count;
     });
 }
 
@@ -91,7 +90,9 @@ std::vector<std::string> LogCapture::LinesWithTag(const std::string& tag) const 
     return lines;
 }
 
-bool LogCapture::Contains(const std::string& line) const { return Count(line) > 0; }
+bool LogCapture::Contains(const std::string& line) const {
+    return Count(line) > 0;
+}
 
 size_t LogCapture::Count(const std::string& line) const {
     const std::vector<std::string> lines = Lines();

@@ -18,7 +18,7 @@ struct LogEntry {
 
 // Installs a capturing logger for its lifetime; entries from any thread are kept in order.
 class LogCapture {
-public:
+  public:
     LogCapture();
     ~LogCapture();
     LogCapture(const LogCapture&) = delete;

@@ -34,11 +34,11 @@ using Peer = IQA::IqaTaskManagerTestPeer;
 
 // A stage that runs a scripted action.
 class ScriptedNode : public IQA::IqaProcessNode {
-public:
+  public:
     explicit ScriptedNode(std::function<bool(IqaImageInfo&)> action) : action_(std::move(action)) {}
     bool ProcessImage(IqaImageInfo& info) override { return action_(info); }
 
-private:
+  private:
     std::function<bool(IqaImageInfo&)> action_;
 };
 
@@ -58,7 +58,7 @@ inline std::shared_ptr<IQA::IqaProcessNode> ScoreNode(double ssim, int width = 1
 
 // Blocks the worker inside a stage until the test opens it.
 class Gate {
-public:
+  public:
     std::shared_ptr<IQA::IqaProcessNode> Node() {
         return std::make_shared<ScriptedNode>([this](IqaImageInfo&) {
             std::unique_lock<std::mutex> lock(mutex_);
@@ -80,7 +80,7 @@ public:
         changed_.notify_all();
     }
 
-private:
+  private:
     std::mutex mutex_;
     std::condition_variable changed_;
     bool entered_ = false;

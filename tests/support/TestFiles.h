@@ -12,7 +12,7 @@ using Bytes = std::vector<unsigned char>;
 
 // A fresh folder under the system's temporary folder, removed with everything in it.
 class TempDir {
-public:
+  public:
     TempDir();
     ~TempDir();
     TempDir(const TempDir&) = delete;
@@ -20,18 +20,18 @@ public:
     const std::string& path() const { return path_; }
     std::string File(const std::string& name) const { return path_ + "/" + name; }
 
-private:
+  private:
     std::string path_;
 };
 
 // Makes a fresh temporary folder the working directory, and restores the old one after.
 class ScopedWorkDir {
-public:
+  public:
     ScopedWorkDir();
     ~ScopedWorkDir();
     const std::string& path() const { return dir_.path(); }
 
-private:
+  private:
     TempDir dir_;
     std::string previous_;
 };

@@ -1,0 +1,73 @@
+// The exported binary interface: which symbols libiqa.so exports, and the virtual-table slots
+// that hosts and the device service call through.
+#include <gtest/gtest.h>
+
+#include <dlfcn.h>
+
+#include "IqaCompSim.h"
+#include "IqaProcessData.h"
+#include "LogCapture.h"
+#include "McsRecordingService.h"
+
+namespace {
+
+template <typename Fn>
+Fn Slot(const void* object, int index) {
+    const void* const* vtable = *static_cast<const void* const* const*>(object);
+    return reinterpret_cast<Fn>(const_cast<void*>(vtable[index]));
+}
+
+TEST(Abi, ExportsExactlyThePublicSurface) {
+    void* lib = dlopen(IQA_SHARED_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(nullptr, lib) << dlerror();
+    const char* exported[] = {
+        "_ZN3IQA14IqaTaskManagerC1Ev",
+        "_ZN3IQA14IqaTaskManagerD1Ev",
+        "_ZN3IQA14IqaTaskManager10AddRequestERK7Request",
+        "_ZN3IQA14IqaTaskManager13SetStopStatusEb",
+        "_ZN3IQA14IqaTaskManager7GetSsimER12IqaImageInfo",
+        "_ZN3IQA14IqaProcessData9DownScaleEPKhiPhii",
+        "_ZN3IQA14IqaProcessData16ConvertRGBToNV12EPKhiiPh",
+        "_ZN3IQA10IqaCompSim16CalculateRgbSsimEPKhS2_ii",
+        "_ZN3IQA13IqaAnomDetect16CheckGreenScreenEPKhjji",
+        "_ZN3IQA9IqaUpLoad13UpLoadBigDataERKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEEh",
+        "_Z12IsFileExistsRKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEE",
+        "_ZTVN3IQA14IqaProcessNodeE",
+    };
+    for (const char* name : exported) {
+        EXPECT_NE(nullptr, dlsym(lib, name)) << name;
+    }
+    const char* hidden[] = {"_ZN3IQA9BoxReduceEPKhilPhii", "_ZN3IQA9RgbToNv12EPKhiiPh",
+                            "_ZN3IQA7LogLineEiPKcS1_iS1_z",
+                            "_ZN3IQA14IqaTaskManager16ClearQueueLockedEv"};
+    for (const char* name : hidden) {
+        EXPECT_EQ(nullptr, dlsym(lib, name)) << name;
+    }
+    dlclose(lib);
+}
+
+TEST(Abi, ProcessImageIsTheThirdSlotOfEveryNode) {
+    iqa_test::LogCapture log;
+    using ProcessFn = bool (*)(IQA::IqaProcessNode*, IqaImageInfo&);
+    IqaImageInfo info{};
+    info.thumbDecoderType = 9;  // no decoder: the preparation stage fails at once
+    IQA::IqaProcessData prepare;
+    EXPECT_FALSE(Slot<ProcessFn>(&prepare, 2)(&prepare, info));
+    EXPECT_TRUE(log.Contains("[Decoder]:begin decoder"));
+    IQA::IqaCompSim ssim;
+    EXPECT_FALSE(Slot<ProcessFn>(&ssim, 2)(&ssim, info));
+    EXPECT_TRUE(log.Contains("[ProcessImage]:begin CalculateRgbSsim"));
+}
+
+TEST(Abi, UploadEventIsTheSeventhServiceOperation) {
+    using UploadFn = int (*)(MCS::MCSService*, const int&, const IQA::BigDataRecord&);
+    MCS::RecordingService service;
+    IQA::BigDataRecord record = {};
+    record.anomType = 1;
+    const int eventId = 8;
+    Slot<UploadFn>(&service, 6)(&service, eventId, record);
+    ASSERT_EQ(1u, service.Events().size());
+    EXPECT_EQ(8, service.Events()[0].eventId);
+}
+
+}  // namespace

@@ -1,0 +1,235 @@
+// Batch runs over real camera folders: order, threshold, checkpoints, backup and dump.
+#include <gtest/gtest.h>
+
+#include <atomic>
+
+#include "CameraFiles.h"
+#include "IqaTaskManager.h"
+#include "LogCapture.h"
+#include "ManagerPeer.h"
+#include "TestFiles.h"
+#include "reference/ReferenceKernels.h"
+
+using iqa_test::Bytes;
+using iqa_test::Peer;
+
+namespace {
+
+const std::string kCamera = "storage/emulated/0/DCIM/Camera";
+
+std::string Photo(const std::string& name) {
+    return kCamera + "/" + name + ".jpg";
+}
+std::string CacheThumb(const std::string& name) {
+    return kCamera + "/cache/" + name + ".thumbnail";
+}
+std::string BackupThumb(const std::string& name) {
+    return kCamera + "/iqathumb/" + name + ".thumbnail";
+}
+
+class BatchRun : public ::testing::Test {
+  protected:
+    BatchRun() { iqa_test::MakeDirs(kCamera + "/cache"); }
+
+    // A photo of width x height with a one-record trailer, and its thumbnail (scale 1/k).
+    Bytes AddPhoto(const std::string& name, int width, int height, uint32_t seed) {
+        const Bytes rgb = iqa_test::RandomBytes(static_cast<size_t>(width) * height * 3, seed);
+        Bytes file = iqa_tools::EncodeJpeg(rgb, width, height, 3, 90);
+        const Bytes trailer = iqa_tools::Trailer({{"CAMREC", Bytes(40, 7)}}, Bytes(9, 8));
+        file.insert(file.end(), trailer.begin(), trailer.end());
+        iqa_test::WriteFile(Photo(name), file);
+        return file;
+    }
+    void AddThumb(const std::string& name, int width, int height, const Bytes& rgb) {
+        iqa_test::WriteFile(CacheThumb(name), iqa_tools::ThumbnailFile(width, height, rgb));
+    }
+    void Register(const std::vector<std::string>& names) {
+        for (const std::string& name : names) {
+            manager.RegisterTask(name);  // the test thread stands in for an idle worker
+        }
+    }
+    std::vector<std::string> RunLines() {
+        std::vector<std::string> lines;
+        for (const iqa_test::LogEntry& e : log.Entries()) {
+            if (e.tag == "IqaDebug-TaskManager" &&
+                iqa_test::StripLine(e.message).rfind("[IqaProc]", 0) == 0) {
+                lines.push_back(iqa_test::StripLine(e.message));
+            }
+        }
+        return lines;
+    }
+
+    iqa_test::ScopedWorkDir work;
+    iqa_test::LogCapture log;
+    IQA::IqaTaskManager manager;
+};
+
+TEST_F(BatchRun, LastInFirstOutAndTheThresholdEdges) {
+    // 0.9 as a double is above the single-precision 0.9; the widened float itself is not.
+    const double widened = static_cast<double>(0.9f);
+    std::vector<double> scores = {0.9, widened, 0.0};
+    std::atomic<size_t> next{0};
+    Peer::Chain(manager) = {std::make_shared<iqa_test::ScriptedNode>([&](IqaImageInfo& info) {
+        return iqa_test::ScoreNode(scores[next++])->ProcessImage(info);
+    })};
+    const Bytes before = AddPhoto("b", 32, 24, 1);
+    AddPhoto("c", 32, 24, 2);
+    Register({"a", "b", "c"});
+    manager.SetStopStatus(true);  // left over from before: BeginProcess clears it
+    manager.BeginProcess();
+
+    EXPECT_EQ((std::vector<std::string>{
+                  "[IqaProc]:begin process 3 tasks",
+                  "[IqaProc]:img " + Photo("c") + " with high similarity : ssim 0.900000",
+                  "[IqaProc]:img " + Photo("b") + " with low similarity : ssim 0.900000"}),
+              RunLines());
+    EXPECT_TRUE(Peer::Tasks(manager).empty());
+    EXPECT_EQ(3u, log.Count("[CopyThumbs]:Failed to back up."));
+    EXPECT_TRUE(log.Contains("[RemoveFile]: " + BackupThumb("a") + " failed(IQA-getssim-end)"));
+
+    // b's reply: the 16 x 16 pixels reduced to 4 x 4, NV12 of 24 bytes, tagged Iqa_com.
+    const Bytes after = iqa_test::ReadFile(Photo("b"));
+    ASSERT_EQ(before.size() + 24 + 132, after.size());
+    iqa_tools::TrailerListing listing;
+    ASSERT_TRUE(iqa_tools::ReadTrailer(after, &listing)) << listing.problem;
+    ASSERT_EQ(2u, listing.records.size());
+    EXPECT_EQ("CAMREC", listing.records[0].tag);
+    EXPECT_EQ("Iqa_com", listing.records[1].tag);
+    iqa_tools::Descriptor d;
+    ASSERT_TRUE(iqa_tools::ReadDescriptor(after, listing.records[1], &d));
+    EXPECT_EQ((std::vector<int>{4, 4, 4, 24, 1}),
+              (std::vector<int>{d.width, d.height, d.stride, d.size, d.format}));
+    EXPECT_EQ("Iqa_comparessim", d.algoname);
+    Bytes painted(16 * 16 * 3), reduced(4 * 4 * 3);
+    for (size_t i = 0; i < painted.size(); ++i) {
+        painted[i] = static_cast<unsigned char>(i * 7);
+    }
+    iqa_ref::DownScale(painted.data(), 16, 16, reduced.data(), 4, 4);
+    const Bytes nv12 = iqa_ref::Nv12(reduced.data(), 4, 4);
+    EXPECT_EQ(nv12,
+              Bytes(after.begin() + static_cast<long>(listing.records[1].payloadOffset),
+                    after.begin() + static_cast<long>(listing.records[1].payloadOffset) + 24));
+    EXPECT_EQ(Bytes(before.begin(), before.end() - 40 - 12 - 9 - 24),
+              Bytes(after.begin(), after.begin() + static_cast<long>(before.size()) - 85));
+}
+
+TEST_F(BatchRun, StopCheckpoints) {
+    // Checkpoint 2: the stop arrives while the chain runs, after its last stage.
+    Peer::Chain(manager) = {std::make_shared<iqa_test::ScriptedNode>([&](IqaImageInfo& info) {
+        manager.SetStopStatus(true);
+        return iqa_test::ScoreNode(0.5)->ProcessImage(info);
+    })};
+    AddThumb("a", 8, 8, Bytes(8 * 8 * 3, 1));
+    AddThumb("b", 8, 8, Bytes(8 * 8 * 3, 1));
+    const Bytes photoB = AddPhoto("b", 16, 16, 3);
+    Register({"a", "b"});
+    manager.BeginProcess();
+    EXPECT_EQ((std::vector<std::string>{"[IqaProc]:begin process 2 tasks",
+                                        "[IqaProc]:interrupt current task's upload: b"}),
+              RunLines());
+    EXPECT_EQ((std::vector<std::string>{"a"}), Peer::Tasks(manager));
+    EXPECT_FALSE(IsFileExists(BackupThumb("b")));
+    EXPECT_EQ(photoB, iqa_test::ReadFile(Photo("b")));  // nothing dumped
+
+    // Checkpoint 1: the stop arrives as the next thumbnail is being backed up.
+    log.Clear();
+    Peer::Chain(manager) = {iqa_test::ScoreNode(0.99)};
+    Register({"c"});
+    AddThumb("c", 8, 8, Bytes(8 * 8 * 3, 1));
+    log.OnLine([&](const std::string& line) {
+        if (line == "[CopyThumbs]:begin back up" && log.Count(line) == 2) {
+            manager.SetStopStatus(true);
+        }
+    });
+    manager.BeginProcess();
+    log.OnLine(nullptr);
+    EXPECT_EQ((std::vector<std::string>{
+                  "[IqaProc]:begin process 2 tasks",
+                  "[IqaProc]:img " + Photo("c") + " with high similarity : ssim 0.990000",
+                  "[IqaProc]:interrupt current task: a"}),
+              RunLines());
+    EXPECT_EQ((std::vector<std::string>{"a"}), Peer::Tasks(manager));
+    EXPECT_TRUE(IsFileExists(BackupThumb("a")));  // kept for the next run
+    EXPECT_FALSE(IsFileExists(CacheThumb("a")));
+
+    // The next run evaluates a from its backup copy.
+    log.Clear();
+    manager.BeginProcess();
+    EXPECT_TRUE(log.Contains("[CopyThumbs]:Failed to back up."));
+    EXPECT_EQ("[IqaProc]:img " + Photo("a") + " with high similarity : ssim 0.990000",
+              RunLines().back());
+    EXPECT_FALSE(IsFileExists(BackupThumb("a")));
+}
+
+TEST_F(BatchRun, StopInsideTheChainPutsTheNameBack) {
+    Peer::Chain(manager) = {std::make_shared<iqa_test::ScriptedNode>([&](IqaImageInfo&) {
+                                manager.SetStopStatus(true);
+                                return true;
+                            }),
+                            iqa_test::ScoreNode(0.99)};
+    AddThumb("a", 8, 8, Bytes(8 * 8 * 3, 1));
+    Register({"a"});
+    manager.BeginProcess();
+    EXPECT_EQ((std::vector<std::string>{"[IqaProc]:begin process 1 tasks",
+                                        "[IqaProc]:interrupt current task: a"}),
+              RunLines());
+    EXPECT_TRUE(log.Contains("[GetSsim]:interrupt current task's procss: a"));
+    EXPECT_EQ((std::vector<std::string>{"a"}), Peer::Tasks(manager));
+    EXPECT_FALSE(IsFileExists(BackupThumb("a")));  // deleted after the interrupted chain
+
+    // An empty chain computes nothing: the record's zero SSIM is no result.
+    log.Clear();
+    Peer::Chain(manager).clear();
+    manager.BeginProcess();
+    EXPECT_EQ((std::vector<std::string>{"[IqaProc]:begin process 1 tasks"}), RunLines());
+    EXPECT_TRUE(Peer::Tasks(manager).empty());
+}
+
+TEST_F(BatchRun, RealPhotosEndToEnd) {
+    // "same": the thumbnail is the photo reduced by 4; "other": a different frame; "lost": no
+    // thumbnail at all.
+    const int w = 256, h = 192;
+    Bytes sameRgb(w * h * 3);
+    for (int y = 0; y < h; ++y) {
+        for (int x = 0; x < w; ++x) {
+            const int i = (y * w + x) * 3;
+            sameRgb[i] = static_cast<unsigned char>(x);
+            sameRgb[i + 1] = static_cast<unsigned char>(y + x / 3);
+            sameRgb[i + 2] = static_cast<unsigned char>((x * y) / 97);
+        }
+    }
+    Bytes photoSame = iqa_tools::EncodeJpeg(sameRgb, w, h, 3, 95);
+    const Bytes trailer = iqa_tools::Trailer({{"CAMREC", Bytes(40, 7)}}, Bytes(9, 8));
+    photoSame.insert(photoSame.end(), trailer.begin(), trailer.end());
+    iqa_test::WriteFile(Photo("same"), photoSame);
+    Bytes decoded, thumb(64 * 48 * 3);
+    int dw = 0, dh = 0;
+    ASSERT_TRUE(iqa_tools::DecodeJpeg(photoSame, &decoded, &dw, &dh));
+    iqa_ref::DownScale(decoded.data(), w, h, thumb.data(), 64, 48);
+    AddThumb("same", 64, 48, thumb);
+    const Bytes photoOther = AddPhoto("other", w, h, 9);
+    AddThumb("other", 64, 48, thumb);
+    AddPhoto("lost", w, h, 10);
+
+    manager.AddRequest(Request{REQUEST_REGISTER_TASK, "lost", false});
+    manager.AddRequest(Request{REQUEST_REGISTER_TASK, "other", false});
+    manager.AddRequest(Request{REQUEST_REGISTER_TASK, "same", false});
+    ASSERT_TRUE(log.WaitFor("[RegisterTask]:Task registered: same , task nums: 3"));
+    manager.AddRequest(Request{REQUEST_BEGIN_PROCESS, "", false});
+    ASSERT_TRUE(log.WaitFor("[GetSsim]:GetSsim error: lost"));
+    ASSERT_TRUE(log.WaitFor("[RemoveFile]: " + BackupThumb("lost") + " failed(IQA-getssim-end)"));
+
+    const std::vector<std::string> run = RunLines();
+    ASSERT_EQ(3u, run.size());
+    EXPECT_EQ(0u, run[1].find("[IqaProc]:img " + Photo("same") + " with high similarity"));
+    EXPECT_EQ(0u, run[2].find("[IqaProc]:img " + Photo("other") + " with low similarity"));
+    EXPECT_EQ(photoSame, iqa_test::ReadFile(Photo("same")));
+    EXPECT_EQ(photoOther.size() + 16 * 12 * 3 / 2 + 132, iqa_test::ReadFile(Photo("other")).size());
+    EXPECT_FALSE(IsFileExists(CacheThumb("same")));
+    EXPECT_FALSE(IsFileExists(BackupThumb("same")));
+    EXPECT_FALSE(IsFileExists(BackupThumb("other")));
+    EXPECT_TRUE(log.Contains("[ThumbnailDecoder]:Failed to resolve path" + work.path() + "/" +
+                             kCamera + "/iqathumb/lost.thumbnail."));
+}
+
+}  // namespace

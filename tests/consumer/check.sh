@@ -1,0 +1,16 @@
+#!/usr/bin/env bash
+# Installs the built project into a staging prefix, then builds and runs a host program against
+# it twice: through find_package(iqa) and through pkg-config.
+set -euo pipefail
+build=$1 source=$2 work=$3
+rm -rf "$work" && mkdir -p "$work"
+cmake --install "$build" --prefix "$work/prefix" >/dev/null
+cmake -S "$source" -B "$work/cmake" -DCMAKE_PREFIX_PATH="$work/prefix" >/dev/null
+cmake --build "$work/cmake" >/dev/null
+LD_LIBRARY_PATH="$work/prefix/lib" "$work/cmake/consumer" 2>/dev/null
+pcdir=$(dirname "$(find "$work/prefix" -name iqa.pc)")
+flags=$(PKG_CONFIG_PATH="$pcdir" pkg-config --cflags --libs iqa)
+# shellcheck disable=SC2086
+c++ -std=c++17 "$source/main.cpp" -o "$work/consumer-pc" $flags
+LD_LIBRARY_PATH="$pcdir/.." "$work/consumer-pc" 2>/dev/null
+echo "consumer ok"
