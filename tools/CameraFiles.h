@@ -16,6 +16,9 @@ constexpr size_t kDataHeaderSize = 12;
 constexpr size_t kFileHeaderSize = 24;
 constexpr size_t kDescriptorSize = 120;
 
+bool ReadWholeFile(const std::string& path, Bytes* bytes);
+bool WriteWholeFile(const std::string& path, const Bytes& bytes);
+
 // Raw thumbnail: 8 bytes the decoder ignores, width and height (int32 little-endian), then
 // width x height pixels of 4 bytes (R, G, B, unused). rgb holds 3 bytes a pixel.
 Bytes ThumbnailFile(int width, int height, const Bytes& rgb);

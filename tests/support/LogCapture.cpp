@@ -1,6 +1,8 @@
 // A logger installed with __android_log_set_logger that records every line.
 #include "LogCapture.h"
 
+#include "LogLines.h"
+
 #include <android/log.h>
 
 #include <algorithm>
@@ -33,13 +35,11 @@ void Record(const struct __android_logger_data* data, const char* message) {
 }  // namespace
 
 std::string StripLine(const std::string& message) {
-    const size_t colon = message.find(':');
-    const size_t close = message.find("]:");
-    if (message.empty() || message[0] != '[' || colon == std::string::npos ||
-        close == std::string::npos || colon >= close) {
+    iqa_tools::LogLine parsed;
+    if (!iqa_tools::ParseLogLine(message, &parsed)) {
         return message;
     }
-    return message.substr(0, colon) + message.substr(close);
+    return "[" + parsed.operation + "]:" + parsed.text;
 }
 
 LogCapture::LogCapture() {

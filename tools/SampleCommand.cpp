@@ -1,0 +1,165 @@
+// iqa sample: a deterministic camera root with photos of camera sizes ending in a camera
+// trailer, and raw thumbnails made from them, some matching and some not.
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+
+#include "CameraFiles.h"
+#include "Commands.h"
+#include "SceneGenerator.h"
+
+namespace iqa_tools {
+
+namespace {
+
+constexpr const char* kUsage =
+    "usage: iqa sample DIR\n"
+    "\n"
+    "Writes DIR/storage/emulated/0/DCIM/Camera with JPEG photos (one of 4000x3000) that end in\n"
+    "a camera trailer, and their raw thumbnails in its cache folder. Some thumbnails match their\n"
+    "photo, some show another frame, a shifted frame or a colour cast; one photo has no\n"
+    "thumbnail, one photo file is corrupt and one is a plain JPEG without a trailer.\n";
+
+enum class Kind { kMatch, kOtherFrame, kShift, kColourCast, kNoThumbnail, kCorrupt, kPlain };
+
+struct SamplePhoto {
+    const char* name;
+    int width, height, thumbWidth, thumbHeight;
+    Kind kind;
+    uint32_t seed;
+};
+
+constexpr SamplePhoto kPhotos[] = {
+    {"IMG_20261122_090101", 4000, 3000, 1280, 960, Kind::kMatch, 11},
+    {"IMG_20261122_090215", 4000, 3000, 320, 240, Kind::kMatch, 12},
+    {"IMG_20261122_090342", 2000, 1500, 500, 375, Kind::kOtherFrame, 13},
+    {"IMG_20261122_090407", 2000, 1500, 500, 375, Kind::kShift, 14},
+    {"IMG_20261122_090533", 1600, 1200, 400, 300, Kind::kColourCast, 15},
+    {"IMG_20261122_090618", 1600, 1200, 400, 300, Kind::kNoThumbnail, 16},
+    {"IMG_20261122_090744", 1600, 1200, 400, 300, Kind::kCorrupt, 17},
+    {"IMG_20261122_090859", 1600, 1200, 400, 300, Kind::kPlain, 18},
+    {"IMG_20261122_091002", 1024, 768, 256, 192, Kind::kMatch, 19},
+};
+
+// Two camera records and a block of other data, like a camera's own analysis trailer.
+Bytes CameraTrailer(const SamplePhoto& p) {
+    std::string info = std::string("model=QA-CAM-1;iso=100;exposure=1/120;name=") + p.name;
+    const Bytes infoBytes(info.begin(), info.end());
+    Bytes faces(96);
+    for (size_t i = 0; i < faces.size(); ++i) {
+        faces[i] = static_cast<unsigned char>(p.seed * 31 + i * 7);
+    }
+    return Trailer({{"CAMINFO", infoBytes}, {"FACEDET", faces}}, Bytes(64, 0x5C));
+}
+
+Bytes Shifted(const Bytes& rgb, int width, int height, int shift) {
+    Bytes out(rgb.size());
+    for (int y = 0; y < height; ++y) {
+        for (int x = 0; x < width; ++x) {
+            const int from = std::min(x + shift, width - 1);
+            std::copy_n(&rgb[(static_cast<size_t>(y) * width + from) * 3], 3,
+                        &out[(static_cast<size_t>(y) * width + x) * 3]);
+        }
+    }
+    return out;
+}
+
+Bytes ColourCast(Bytes rgb) {
+    for (size_t i = 0; i < rgb.size(); i += 3) {
+        rgb[i] = static_cast<unsigned char>(std::min(255, rgb[i] * 5 / 4 + 30));
+        rgb[i + 1] = static_cast<unsigned char>(rgb[i + 1] * 3 / 4);
+        rgb[i + 2] = static_cast<unsigned char>(std::min(255, rgb[i + 2] + 45));
+    }
+    return rgb;
+}
+
+// A frame header declaring 7-bit samples, which no decoder accepts.
+void CorruptFrameHeader(Bytes* jpeg) {
+    for (size_t i = 2; i + 4 < jpeg->size(); ++i) {
+        if ((*jpeg)[i] == 0xFF && (*jpeg)[i + 1] == 0xC0) {
+            (*jpeg)[i + 4] = 7;
+            return;
+        }
+    }
+}
+
+Bytes ThumbnailScene(const SamplePhoto& p, const Bytes& scene) {
+    switch (p.kind) {
+        case Kind::kOtherFrame:
+        case Kind::kPlain:
+            return RenderScene(p.width, p.height, p.seed + 1000);
+        case Kind::kShift:
+            return Shifted(scene, p.width, p.height, p.width / 40);
+        case Kind::kColourCast:
+            return ColourCast(scene);
+        default:
+            return scene;
+    }
+}
+
+void WritePhoto(const SamplePhoto& p, const std::string& root) {
+    const Bytes scene = RenderScene(p.width, p.height, p.seed);
+    Bytes photo = EncodeJpeg(scene, p.width, p.height, 3, 92);
+    if (p.kind == Kind::kCorrupt) {
+        CorruptFrameHeader(&photo);
+    }
+    if (p.kind != Kind::kPlain) {
+        const Bytes trailer = CameraTrailer(p);
+        photo.insert(photo.end(), trailer.begin(), trailer.end());
+    }
+    const std::string camera = root + "/" + kCameraFolder + "/";
+    WriteWholeFile(camera + p.name + ".jpg", photo);
+    if (p.kind != Kind::kNoThumbnail) {
+        const Bytes thumb =
+            BoxReduceRgb(ThumbnailScene(p, scene), p.width, p.thumbWidth, p.thumbHeight);
+        WriteWholeFile(root + "/" + kCacheFolder + "/" + p.name + ".thumbnail",
+                       ThumbnailFile(p.thumbWidth, p.thumbHeight, thumb));
+    }
+}
+
+const char* Describe(Kind kind) {
+    switch (kind) {
+        case Kind::kMatch:
+            return "thumbnail matches";
+        case Kind::kOtherFrame:
+            return "thumbnail of another frame";
+        case Kind::kShift:
+            return "thumbnail shifted";
+        case Kind::kColourCast:
+            return "thumbnail with a colour cast";
+        case Kind::kNoThumbnail:
+            return "no thumbnail";
+        case Kind::kCorrupt:
+            return "corrupt photo file";
+        case Kind::kPlain:
+            return "plain JPEG without trailer, thumbnail of another frame";
+    }
+    return "";
+}
+
+}  // namespace
+
+int SampleCommand(const Args& args) {
+    if (WantsHelp(args, kUsage)) {
+        return 0;
+    }
+    if (args.size() != 1) {
+        return UsageError("sample", "expected one folder", kUsage);
+    }
+    const std::string root = args[0];
+    std::error_code error;
+    std::filesystem::create_directories(root + "/" + kCacheFolder, error);
+    if (error) {
+        fprintf(stderr, "iqa sample: cannot create %s/%s: %s\n", root.c_str(), kCacheFolder,
+                error.message().c_str());
+        return 1;
+    }
+    for (const SamplePhoto& p : kPhotos) {
+        fprintf(stderr, "writing %s (%dx%d): %s\n", p.name, p.width, p.height, Describe(p.kind));
+        WritePhoto(p, root);
+    }
+    printf("sample camera root written to %s\n", root.c_str());
+    return 0;
+}
+
+}  // namespace iqa_tools
