@@ -41,7 +41,9 @@ target_include_directories(iqa PUBLIC
   $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
   $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/iqa>)
 target_link_libraries(iqa PUBLIC mcs PRIVATE JPEG::JPEG PkgConfig::SAFEC iqa_android_log Threads::Threads)
-target_link_options(iqa PRIVATE "LINKER:--no-undefined")
+if(NOT IQA_SANITIZE)  # sanitizer runtimes come with the executable, not the library
+  target_link_options(iqa PRIVATE "LINKER:--no-undefined")
+endif()
 
 # Tests only: the same objects, with the internal headers visible.
 add_library(iqa_static STATIC EXCLUDE_FROM_ALL $<TARGET_OBJECTS:iqa_objects>)

@@ -33,7 +33,9 @@ bool FillRecord(FILE* file, const TrailerTail& tail, const unsigned char* buffer
     }
     IQA_CHECK_COPY_AS(kTagUpLoad, "SaveCustomBuffer",
                       memcpy_s(block + size, kDescriptorSize, descriptor, kDescriptorSize));
-    DataHeader* dataHeader = reinterpret_cast<DataHeader*>(block + size + kDescriptorSize);
+    // Built aside and copied in: the header's place in the block has no 4-byte alignment.
+    DataHeader header;
+    DataHeader* dataHeader = &header;
     IQA_CHECK_COPY_AS(kTagUpLoad, "SaveCustomBuffer",
                       memset_s(dataHeader, sizeof(DataHeader), 0, sizeof(DataHeader)));
     dataHeader->length = static_cast<uint32_t>(size + kDescriptorSize);
@@ -43,6 +45,9 @@ bool FillRecord(FILE* file, const TrailerTail& tail, const unsigned char* buffer
                    "strncpy_s(dataHeader->head, sizeof(dataHeader->head), "
                    "imageDumpExpand->algoname, sizeof(dataHeader->head)-1)");
     }
+    IQA_CHECK_COPY_AS(kTagUpLoad, "SaveCustomBuffer",
+                      memcpy_s(block + size + kDescriptorSize, kDataHeaderSize, dataHeader,
+                               sizeof(DataHeader)));
     unsigned char* oldTail = block + size + kDescriptorSize + kDataHeaderSize;
     const size_t tailLength = static_cast<size_t>(tail.length);
     return fseeko(file, static_cast<off_t>(tail.offset), SEEK_SET) == 0 &&
