@@ -43,7 +43,7 @@ std::string RowOf(const std::string& table, const std::string& name) {
 }
 
 class Tools : public ::testing::Test {
-protected:
+  protected:
     Tools() { iqa_test::MakeDirs(dir.path() + kCamera + "/cache"); }
 
     Bytes Photo(const std::string& name, const Bytes& pixels, bool trailer) {
@@ -56,8 +56,9 @@ protected:
         return file;
     }
     void Thumb(const std::string& name, const Bytes& pixels) {
-        iqa_test::WriteFile(dir.path() + kCamera + "/cache/" + name + ".thumbnail",
-                            iqa_tools::ThumbnailFile(80, 60, iqa_tools::BoxReduceRgb(pixels, 320, 80, 60)));
+        iqa_test::WriteFile(
+            dir.path() + kCamera + "/cache/" + name + ".thumbnail",
+            iqa_tools::ThumbnailFile(80, 60, iqa_tools::BoxReduceRgb(pixels, 320, 80, 60)));
     }
     std::string PhotoPath(const std::string& name) {
         return dir.path() + kCamera + "/" + name + ".jpg";
@@ -94,7 +95,8 @@ TEST_F(Tools, RunGivesVerdictsAndRecords) {
                   iqa_test::ReadFile(PhotoPath(name)).size());
     }
     EXPECT_NE(std::string::npos, RowOf(run.out, "c_nothumb").find("no result: no thumbnail"));
-    EXPECT_NE(std::string::npos, RowOf(run.out, "d_plain").find("not inserted: photo has no trailer"));
+    EXPECT_NE(std::string::npos,
+              RowOf(run.out, "d_plain").find("not inserted: photo has no trailer"));
     EXPECT_EQ(before["d_plain"], iqa_test::ReadFile(PhotoPath("d_plain")));
 
     const Result missing = Iqa("run " + dir.path() + "/storage");
@@ -110,18 +112,20 @@ TEST_F(Tools, InspectListsTheLibrarysRecordAndRejectsOthersUntouched) {
     EXPECT_EQ(0, listed.status);
     const size_t image = original.size() - 30 - 12 - 16 - 24;
     EXPECT_NE(std::string::npos, listed.out.find("other data: 16 bytes"));
-    EXPECT_NE(std::string::npos,
-              listed.out.find("record at " + std::to_string(image + 156) + ": 30 bytes, tag \"CAMINFO\""));
-    EXPECT_NE(std::string::npos,
-              listed.out.find("record at " + std::to_string(image) + ": 144 bytes, tag \"Iqa_com\""));
-    EXPECT_NE(std::string::npos, listed.out.find(
-        "image 4x4, stride 4, size 24, format 1, algorithm \"Iqa_comparessim\""));
+    EXPECT_NE(std::string::npos, listed.out.find("record at " + std::to_string(image + 156) +
+                                                 ": 30 bytes, tag \"CAMINFO\""));
+    EXPECT_NE(std::string::npos, listed.out.find("record at " + std::to_string(image) +
+                                                 ": 144 bytes, tag \"Iqa_com\""));
+    EXPECT_NE(
+        std::string::npos,
+        listed.out.find("image 4x4, stride 4, size 24, format 1, algorithm \"Iqa_comparessim\""));
 
     const Bytes plain = Photo("plain", scene, false);
     Bytes damaged = original;
     damaged[damaged.size() - 24 - 16 - 12 + 3] = 0x40;  // payload length past the start
     iqa_test::WriteFile(PhotoPath("damaged"), damaged);
-    for (const auto& [name, bytes] : {std::pair<std::string, Bytes>{"plain", plain}, {"damaged", damaged}}) {
+    for (const auto& [name, bytes] :
+         {std::pair<std::string, Bytes>{"plain", plain}, {"damaged", damaged}}) {
         const Result rejected = Iqa("inspect " + PhotoPath(name));
         EXPECT_EQ(1, rejected.status) << rejected.out;
         EXPECT_EQ(bytes, iqa_test::ReadFile(PhotoPath(name)));

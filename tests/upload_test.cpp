@@ -132,7 +132,7 @@ TEST(BigData, RecordFieldsAndService) {
     EXPECT_EQ(Bytes(25, 0), Bytes(events[1].record.jpegName, events[1].record.jpegName + 25));
     EXPECT_EQ(0, events[1].record.anomType);
     const int64_t timestamp = events[0].record.timestamp;  // packed: no reference to it
-    EXPECT_GT(timestamp, 1600000000000LL);                  // wall-clock milliseconds
+    EXPECT_GT(timestamp, 1600000000000LL);                 // wall-clock milliseconds
     EXPECT_EQ(
         (std::vector<std::string>{
             "[UpLoadBigData]:upload bigdata of abcdefghijklmnopqrstuvwxyz0123.",

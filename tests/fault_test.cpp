@@ -1,0 +1,194 @@
+// Real faults during batch runs: unreadable files and folders, files that vanish or shrink
+// mid-run, a backup folder that cannot be made, and a file size limit hit by the dump. The run
+// must go on with the next photo, say what happened, and leave every photo either unchanged or
+// holding exactly the new record.
+#include <gtest/gtest.h>
+
+#include <linux/capability.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+
+#include "CameraFiles.h"
+#include "IqaTaskManager.h"
+#include "LogCapture.h"
+#include "SceneGenerator.h"
+#include "TestFiles.h"
+
+using iqa_test::Bytes;
+
+namespace {
+
+const std::string kCamera = "storage/emulated/0/DCIM/Camera";
+
+// Root ignores permission bits through these capabilities; the tests need them obeyed. Only
+// the effective set changes, so they can be given back afterwards.
+void SetFileOverrides(bool enabled) {
+    if (geteuid() != 0) {
+        return;
+    }
+    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct data[2] = {};
+    ASSERT_EQ(0, syscall(SYS_capget, &header, data));
+    for (int cap : {CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH, CAP_FOWNER}) {
+        if (enabled) {
+            data[cap / 32].effective |= (1u << (cap % 32));
+        } else {
+            data[cap / 32].effective &= ~(1u << (cap % 32));
+        }
+    }
+    ASSERT_EQ(0, syscall(SYS_capset, &header, data));
+}
+
+class Faults : public ::testing::Test {
+  protected:
+    Faults() {
+        iqa_test::MakeDirs(kCamera + "/cache");
+        SetFileOverrides(false);
+    }
+    ~Faults() override { SetFileOverrides(true); }
+
+    // Registers photo `name` (64 x 48, with a trailer) and its 16 x 12 thumbnail; a matching
+    // thumbnail gives high similarity, another frame low similarity and a dump.
+    void AddPhoto(const std::string& name, bool matching) {
+        const Bytes scene = iqa_tools::RenderScene(64, 48, 5);
+        Bytes photo = iqa_tools::EncodeJpeg(scene, 64, 48, 3, 95);
+        const Bytes trailer = iqa_tools::Trailer({{"CAMINFO", Bytes(20, 3)}}, Bytes(8, 4));
+        photo.insert(photo.end(), trailer.begin(), trailer.end());
+        iqa_test::WriteFile(Photo(name), photo);
+        const Bytes thumbScene = matching ? scene : iqa_tools::RenderScene(64, 48, 99);
+        iqa_test::WriteFile(
+            kCamera + "/cache/" + name + ".thumbnail",
+            iqa_tools::ThumbnailFile(16, 12, iqa_tools::BoxReduceRgb(thumbScene, 64, 16, 12)));
+        before[name] = photo;
+        manager.RegisterTask(name);
+    }
+    static std::string Photo(const std::string& name) { return kCamera + "/" + name + ".jpg"; }
+    std::string Verdict(const std::string& name) {
+        for (const std::string& line : log.Lines()) {
+            if (line.find("img " + Photo(name) + " with high") != std::string::npos) {
+                return "high";
+            }
+            if (line.find("img " + Photo(name) + " with low") != std::string::npos) {
+                return "low";
+            }
+            if (line == "[GetSsim]:GetSsim error: " + name) {
+                return "none";
+            }
+        }
+        return "missing";
+    }
+    // The photo is as it was, or it holds exactly one new 4 x 3 NV12 record (12 luma bytes and
+    // two chroma rows of 4).
+    void ExpectUnchangedOrOneRecord(const std::string& name, bool dumped) {
+        const Bytes after = iqa_test::ReadFile(Photo(name));
+        if (!dumped) {
+            EXPECT_EQ(before[name], after) << name;
+            return;
+        }
+        const size_t tail = 20 + 12 + 8 + 24;
+        ASSERT_EQ(before[name].size() + 20 + 132, after.size()) << name;
+        EXPECT_TRUE(std::equal(before[name].begin(), before[name].end() - tail, after.begin()));
+        EXPECT_TRUE(std::equal(before[name].end() - tail, before[name].end(), after.end() - tail));
+    }
+
+    iqa_test::ScopedWorkDir work;
+    iqa_test::LogCapture log;
+    IQA::IqaTaskManager manager;
+    std::map<std::string, Bytes> before;
+};
+
+TEST_F(Faults, UnreadableAndUnwritableFiles) {
+    AddPhoto("ok", false);
+    AddPhoto("nothumb", true);
+    AddPhoto("nophoto", true);
+    AddPhoto("readonly", false);
+    chmod((kCamera + "/cache/nothumb.thumbnail").c_str(), 0);
+    chmod(Photo("nophoto").c_str(), 0);
+    chmod(Photo("readonly").c_str(), 0444);
+    manager.BeginProcess();
+    chmod(Photo("nophoto").c_str(), 0644);
+    EXPECT_EQ("low", Verdict("readonly"));
+    EXPECT_EQ("none", Verdict("nophoto"));
+    EXPECT_EQ("none", Verdict("nothumb"));
+    EXPECT_EQ("low", Verdict("ok"));
+    EXPECT_TRUE(
+        log.Contains("[SaveCustomBuffer]:IqaUpLoad SaveBuffer: can't open " + Photo("readonly")));
+    EXPECT_EQ(2u, log.Count("[ProcessImage]:Decoder failed"));
+    ExpectUnchangedOrOneRecord("readonly", false);
+    ExpectUnchangedOrOneRecord("nophoto", false);
+    ExpectUnchangedOrOneRecord("ok", true);
+}
+
+TEST_F(Faults, FilesRemovedOrTruncatedDuringTheRun) {
+    AddPhoto("ok", false);
+    AddPhoto("shrinks", false);
+    AddPhoto("vanishes", true);
+    // LIFO: "vanishes" is evaluated first, then "shrinks", then "ok".
+    log.OnLine([&](const std::string& line) {
+        if (line != "[CopyThumbs]:back up successfully") {
+            return;
+        }
+        const size_t n = log.Count(line);
+        if (n == 1) {
+            std::filesystem::remove(kCamera + "/iqathumb/vanishes.thumbnail");
+        } else if (n == 2) {
+            std::filesystem::resize_file(Photo("shrinks"), before["shrinks"].size() / 2);
+        }
+    });
+    manager.BeginProcess();
+    log.OnLine(nullptr);
+    EXPECT_EQ("none", Verdict("vanishes"));
+    EXPECT_EQ("low", Verdict("ok"));
+    ExpectUnchangedOrOneRecord("ok", true);
+    // The shrunken photo lost its trailer: whatever its verdict, nothing was written into it.
+    EXPECT_EQ(Bytes(before["shrinks"].begin(),
+                    before["shrinks"].begin() + static_cast<long>(before["shrinks"].size() / 2)),
+              iqa_test::ReadFile(Photo("shrinks")));
+    EXPECT_NE("missing", Verdict("shrinks"));
+}
+
+TEST_F(Faults, BackupFolderCannotBeCreated) {
+    AddPhoto("a", true);
+    AddPhoto("b", false);
+    chmod(kCamera.c_str(), 0555);
+    manager.BeginProcess();
+    chmod(kCamera.c_str(), 0755);
+    EXPECT_EQ(2u, log.Count("[CopyThumbs]:Failed to create destination directory."));
+    EXPECT_EQ("none", Verdict("a"));
+    EXPECT_EQ("none", Verdict("b"));
+    // No thumbnail is lost: both are still in the cache for a later run.
+    EXPECT_TRUE(IsFileExists(kCamera + "/cache/a.thumbnail"));
+    EXPECT_TRUE(IsFileExists(kCamera + "/cache/b.thumbnail"));
+    ExpectUnchangedOrOneRecord("b", false);
+}
+
+TEST_F(Faults, FileSizeLimitDuringTheDump) {
+    AddPhoto("full", false);
+    AddPhoto("high", true);
+    AddPhoto("also_full", false);
+    struct rlimit old = {};
+    getrlimit(RLIMIT_FSIZE, &old);
+    const auto previous = signal(SIGXFSZ, SIG_IGN);
+    struct rlimit limit = old;
+    limit.rlim_cur = before["full"].size() + 10;  // the photo cannot grow by a record
+    ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &limit));
+    manager.BeginProcess();
+    setrlimit(RLIMIT_FSIZE, &old);
+    signal(SIGXFSZ, previous);
+    EXPECT_EQ("low", Verdict("also_full"));
+    EXPECT_EQ("high", Verdict("high"));
+    EXPECT_EQ("low", Verdict("full"));
+    for (const char* name : {"full", "also_full"}) {
+        EXPECT_TRUE(log.Contains("[SaveCustomBuffer]:IqaUpLoad SaveBuffer: no space to grow " +
+                                 Photo(name) + "."));
+    }
+    ExpectUnchangedOrOneRecord("full", false);
+    ExpectUnchangedOrOneRecord("also_full", false);
+}
+
+}  // namespace

@@ -1,0 +1,128 @@
+// Many host threads registering, beginning and stopping while batch runs execute over real
+// files, and managers destroyed mid-run. Run under ThreadSanitizer in CI.
+#include <gtest/gtest.h>
+
+#include <iostream>
+#include <random>
+#include <thread>
+
+#include "CameraFiles.h"
+#include "IqaTaskManager.h"
+#include "LogCapture.h"
+#include "SceneGenerator.h"
+#include "TestFiles.h"
+
+using iqa_test::Bytes;
+
+namespace {
+
+const std::string kCamera = "storage/emulated/0/DCIM/Camera";
+constexpr int kPhotos = 12;
+constexpr int kHostThreads = 4;
+constexpr int kRounds = 4;
+constexpr int kRequestsPerThread = 200;
+
+std::string Name(int i) {
+    return "IMG_" + std::to_string(i);
+}
+std::string Photo(const std::string& name) {
+    return kCamera + "/" + name + ".jpg";
+}
+std::string Cached(const std::string& name) {
+    return kCamera + "/cache/" + name + ".thumbnail";
+}
+std::string Backup(const std::string& name) {
+    return kCamera + "/iqathumb/" + name + ".thumbnail";
+}
+
+class Stress : public ::testing::Test {
+  protected:
+    Stress() {
+        iqa_test::MakeDirs(kCamera + "/cache");
+        const Bytes trailer = iqa_tools::Trailer({{"CAMINFO", Bytes(20, 3)}}, Bytes(8, 4));
+        for (int i = 0; i < kPhotos; ++i) {
+            const Bytes scene = iqa_tools::RenderScene(64, 48, static_cast<uint32_t>(i));
+            Bytes photo = iqa_tools::EncodeJpeg(scene, 64, 48, 3, 95);
+            photo.insert(photo.end(), trailer.begin(), trailer.end());
+            iqa_test::WriteFile(Photo(Name(i)), photo);
+            originals.push_back(photo);
+            const Bytes thumb = i % 2 ? scene : iqa_tools::RenderScene(64, 48, 1000 + i);
+            iqa_test::WriteFile(
+                Cached(Name(i)),
+                iqa_tools::ThumbnailFile(16, 12, iqa_tools::BoxReduceRgb(thumb, 64, 16, 12)));
+        }
+    }
+
+    // One host thread: a random mix of the requests a camera host sends.
+    static void Host(IQA::IqaTaskManager& manager, uint32_t seed) {
+        std::mt19937 rng(seed);
+        for (int n = 0; n < kRequestsPerThread; ++n) {
+            const unsigned roll = rng() % 10;
+            if (roll < 5) {
+                manager.AddRequest(Request{REQUEST_REGISTER_TASK, Name(rng() % kPhotos), false});
+            } else if (roll < 8) {
+                manager.AddRequest(Request{REQUEST_BEGIN_PROCESS, "", false});
+            } else if (roll < 9) {
+                manager.AddRequest(Request{REQUEST_STOP, "", rng() % 2 == 0});
+            } else {
+                manager.SetStopStatus(rng() % 4 == 0);
+            }
+            std::this_thread::yield();
+        }
+    }
+
+    iqa_test::ScopedWorkDir work;
+    iqa_test::LogCapture log;
+    std::vector<Bytes> originals;
+};
+
+TEST_F(Stress, HostThreadsAndDestructionDuringRuns) {
+    for (int round = 0; round < kRounds; ++round) {
+        auto manager = std::make_unique<IQA::IqaTaskManager>();
+        std::vector<std::thread> hosts;
+        for (int t = 0; t < kHostThreads; ++t) {
+            hosts.emplace_back(Host, std::ref(*manager), static_cast<uint32_t>(round * 100 + t));
+        }
+        for (std::thread& h : hosts) {
+            h.join();
+        }
+        // Destroyed with a run likely under way and requests still queued.
+        manager->AddRequest(Request{REQUEST_REGISTER_TASK, Name(round), false});
+        manager->AddRequest(Request{REQUEST_BEGIN_PROCESS, "", false});
+        manager.reset();
+    }
+
+    const std::vector<std::string> lines = log.Lines();
+    auto logged = [&](const std::string& line) {
+        return std::find(lines.begin(), lines.end(), line) != lines.end();
+    };
+    for (int i = 0; i < kPhotos; ++i) {
+        const std::string name = Name(i);
+        // A thumbnail is in the cache, in the backup folder, or was deleted after the chain ran.
+        const bool kept = IsFileExists(Cached(name)) || IsFileExists(Backup(name));
+        EXPECT_TRUE(kept || logged("[RemoveFile]: " + Backup(name) + " ok(IQA-getssim-end)"))
+            << name;
+        // A photo is unchanged or holds exactly one new record in front of its own.
+        const Bytes after = iqa_test::ReadFile(Photo(name));
+        if (after != originals[i]) {
+            iqa_tools::TrailerListing listing;
+            ASSERT_TRUE(iqa_tools::ReadTrailer(after, &listing)) << name << listing.problem;
+            ASSERT_EQ(2u, listing.records.size()) << name;
+            EXPECT_EQ("Iqa_com", listing.records[1].tag);
+            EXPECT_EQ(originals[i].size() + 20 + 132, after.size());
+            EXPECT_TRUE(std::any_of(lines.begin(), lines.end(), [&](const std::string& l) {
+                return l.rfind("[IqaProc]:img " + Photo(name) + " with low", 0) == 0;
+            })) << name;
+        }
+    }
+    const auto runs = std::count_if(lines.begin(), lines.end(), [](const std::string& l) {
+        return l.rfind("[IqaProc]:begin process", 0) == 0;
+    });
+    EXPECT_GT(runs, 0) << "no batch run was exercised";
+    std::cerr << runs << " batch runs, " << lines.size() << " log lines\n";
+    EXPECT_EQ(static_cast<size_t>(kRounds),
+              static_cast<size_t>(
+                  std::count(lines.begin(), lines.end(), "[~IqaTaskManager]:end IqaTaskManager")));
+}
+
+}  // namespace
