@@ -1,0 +1,69 @@
+// Shared pieces of the fuzz targets: a quiet logger, a per-process scratch file, and a check
+// that aborts (so libFuzzer records the input) when a property fails.
+#ifndef IQA_FUZZ_SUPPORT_H
+#define IQA_FUZZ_SUPPORT_H
+
+#include <android/log.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+namespace iqa_fuzz {
+
+inline void Quiet(const struct __android_logger_data*, const char*) {}
+
+inline void SilenceLog() {
+    __android_log_set_logger(Quiet);
+}
+
+// A file of this process under the temporary folder, rewritten for every input.
+inline const std::string& ScratchPath() {
+    static const std::string path =
+        std::string(P_tmpdir) + "/iqa_fuzz_" + std::to_string(getpid()) + ".bin";
+    return path;
+}
+
+inline void WriteScratch(const unsigned char* data, size_t size) {
+    FILE* f = fopen(ScratchPath().c_str(), "wb");
+    if (f != nullptr) {
+        fwrite(data, 1, size, f);
+        fclose(f);
+    }
+}
+
+inline std::vector<unsigned char> ReadScratch() {
+    std::vector<unsigned char> bytes;
+    FILE* f = fopen(ScratchPath().c_str(), "rb");
+    if (f != nullptr) {
+        unsigned char chunk[65536];
+        size_t n = 0;
+        while ((n = fread(chunk, 1, sizeof(chunk), f)) > 0) {
+            bytes.insert(bytes.end(), chunk, chunk + n);
+        }
+        fclose(f);
+    }
+    return bytes;
+}
+
+// Reads every byte so that the sanitizers see uninitialised or out-of-bounds data.
+inline unsigned Touch(const unsigned char* data, size_t size) {
+    unsigned sum = 0;
+    for (size_t i = 0; i < size; ++i) {
+        sum += data[i];
+    }
+    return sum;
+}
+
+#define IQA_FUZZ_CHECK(condition)                                                          \
+    do {                                                                                   \
+        if (!(condition)) {                                                                \
+            fprintf(stderr, "check failed: %s (%s:%d)\n", #condition, __FILE__, __LINE__); \
+            __builtin_trap();                                                              \
+        }                                                                                  \
+    } while (0)
+
+}  // namespace iqa_fuzz
+
+#endif  // IQA_FUZZ_SUPPORT_H

@@ -1,0 +1,27 @@
+// JPEG decoder: any file bytes. Fatal library errors must come back as a failed decode, and a
+// success must fill width x height x 3 bytes within the capacity.
+#include "FuzzSupport.h"
+#include "IqaProcessData.h"
+
+namespace {
+constexpr size_t kCapacity = 3 * 1024 * 1024;
+}
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+    iqa_fuzz::SilenceLog();
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    iqa_fuzz::WriteScratch(data, size);
+    static std::vector<unsigned char> buffer(kCapacity);
+    int width = -1, height = -1;
+    const long long pixels = IQA::IqaProcessData().JpegDecoder(
+        iqa_fuzz::ScratchPath().c_str(), buffer.data(), kCapacity, &width, &height);
+    if (pixels > 0) {
+        IQA_FUZZ_CHECK(pixels == static_cast<long long>(width) * height);
+        IQA_FUZZ_CHECK(static_cast<size_t>(pixels) * 3 <= kCapacity);
+        iqa_fuzz::Touch(buffer.data(), static_cast<size_t>(pixels) * 3);
+    }
+    return 0;
+}
