@@ -12,6 +12,7 @@ add_library(iqa_objects OBJECT
   process/JpegDecoder.cpp
   process/BoxReduce.cpp
   process/Nv12.cpp
+  process/WrittenExtent.cpp
   taskmanager/IqaTaskManager.cpp
   taskmanager/TaskRegistry.cpp
   taskmanager/BatchRun.cpp

@@ -8,6 +8,7 @@
 #include "MallocBlock.h"
 #include "Nv12.h"
 #include "SafeCopy.h"
+#include "WrittenExtent.h"
 
 namespace IQA {
 
@@ -75,9 +76,11 @@ bool IqaProcessData::ProcessImage(IqaImageInfo& info) {
     BoxReduce(large.buffer, large.width, large.height, reduced.get(), small.width, small.height);
     large.width = small.width;
     large.height = small.height;
-    IQA_CHECK_COPY(kTagProcessData, memset_s(large.buffer, info.bufferSize, 0, info.bufferSize));
+    // The whole buffer ends up zero behind the reduced image; only written bytes need clearing.
+    IQA_CHECK_COPY(kTagProcessData, WrittenExtent::Clear(large.buffer, info.bufferSize));
     IQA_CHECK_COPY(kTagProcessData,
                    memcpy_s(large.buffer, reducedBytes, reduced.get(), reducedBytes));
+    WrittenExtent::NoteWritten(large.buffer, reducedBytes);
     return true;
 }
 

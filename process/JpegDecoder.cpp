@@ -12,6 +12,7 @@
 #include "IqaProcessData.h"
 #include "ResolvedPath.h"
 #include "ScopedFile.h"
+#include "WrittenExtent.h"
 
 #if JPEG_LIB_VERSION != 62
 #error "the decoder is written against the classic libjpeg interface, version 62"
@@ -104,6 +105,7 @@ DecodeResult Decode(FILE* file, unsigned char* buffer, unsigned long long buffer
         jpeg_destroy_decompress(&cinfo);
         return {false, 0, 0};
     }
+    WrittenExtent::NoteWritten(buffer, static_cast<size_t>(needed));
     ReadAllRows(cinfo, buffer);
     const DecodeResult result{true, cinfo.image_width, cinfo.image_height};
     jpeg_finish_decompress(&cinfo);

@@ -6,6 +6,7 @@
 #include "MallocBlock.h"
 #include "ResolvedPath.h"
 #include "ScopedFile.h"
+#include "WrittenExtent.h"
 
 namespace IQA {
 
@@ -63,6 +64,7 @@ long long IqaProcessData::ThumbnailDecoder(const char* path, unsigned char* buff
         return 0;
     }
     const size_t needed = static_cast<size_t>(pixels) * kRawPixelBytes;
+    WrittenExtent::NoteWritten(buffer, needed);
     if (fseek(file.get(), kHeaderSize, SEEK_SET) != 0 ||
         fread(buffer, 1, needed, file.get()) != needed) {
         IQA_LOGE(kTagProcessData, "Failed to read file : %s.", path);

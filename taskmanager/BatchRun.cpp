@@ -1,10 +1,16 @@
 // The batch run over the registered photos and the chain run of one photo, with the checkpoints
 // at which a stop request takes effect.
+#include <algorithm>
+#include <typeinfo>
+
+#include "IqaCompSim.h"
 #include "IqaLog.h"
+#include "IqaProcessData.h"
 #include "IqaTaskManager.h"
 #include "MallocBlock.h"
 #include "SafeCopy.h"
 #include "TaskManagerConstants.h"
+#include "WrittenExtent.h"
 
 namespace IQA {
 
@@ -13,6 +19,45 @@ namespace {
 std::string Join(const std::string& folder, const std::string& name, const char* suffix) {
     return folder + "/" + name + suffix;
 }
+
+// Only the stock stages report what they write; a chain with other stages gets full clears.
+bool StockChain(const std::vector<std::shared_ptr<IqaProcessNode>>& nodes) {
+    return std::all_of(nodes.begin(), nodes.end(), [](const std::shared_ptr<IqaProcessNode>& n) {
+        return n != nullptr &&
+               (typeid(*n) == typeid(IqaProcessData) || typeid(*n) == typeid(IqaCompSim));
+    });
+}
+
+// The run's two buffers, zero from the start (calloc maps them lazily), tracked for the run.
+class RunBuffers {
+  public:
+    explicit RunBuffers(bool track)
+        : photo_(kPixelBufferSize, MallocBlock::Fill::kZero),
+          thumb_(kPixelBufferSize, MallocBlock::Fill::kZero),
+          tracked_(track && photo_ && thumb_) {
+        if (tracked_) {
+            WrittenExtent::Track(photo_.get());
+            WrittenExtent::Track(thumb_.get());
+        }
+    }
+    ~RunBuffers() {
+        if (tracked_) {
+            WrittenExtent::Forget(photo_.get());
+            WrittenExtent::Forget(thumb_.get());
+        }
+    }
+    RunBuffers(const RunBuffers&) = delete;
+    RunBuffers& operator=(const RunBuffers&) = delete;
+
+    bool ok() const { return photo_ && thumb_; }
+    unsigned char* photo() const { return photo_.get(); }
+    unsigned char* thumb() const { return thumb_.get(); }
+
+  private:
+    MallocBlock photo_;
+    MallocBlock thumb_;
+    bool tracked_;
+};
 
 }  // namespace
 
@@ -27,9 +72,8 @@ void IqaTaskManager::IqaProc(const std::string& cacheFolder, const std::string& 
     if (taskList.empty() || stopStatus.load()) {
         return;
     }
-    MallocBlock photoPixels(kPixelBufferSize, MallocBlock::Fill::kNone);
-    MallocBlock thumbPixels(kPixelBufferSize, MallocBlock::Fill::kNone);
-    if (!photoPixels || !thumbPixels) {
+    const RunBuffers buffers(StockChain(processNodes));
+    if (!buffers.ok()) {
         IQA_LOGE(kTagTaskManager, "memory allocation failed");
         return;
     }
@@ -49,8 +93,8 @@ void IqaTaskManager::IqaProc(const std::string& cacheFolder, const std::string& 
         info.jpegName = name;
         info.thumbPath = backupPath;
         info.jpegPath = photoPath;
-        info.thumbBuffer = thumbPixels.get();
-        info.jpegBuffer = photoPixels.get();
+        info.thumbBuffer = buffers.thumb();
+        info.jpegBuffer = buffers.photo();
         info.bufferSize = kPixelBufferSize;
         info.thumbDecoderType = DECODER_THUMBNAIL;
         info.jpegDecoderType = DECODER_JPEG;
@@ -67,14 +111,12 @@ void IqaTaskManager::IqaProc(const std::string& cacheFolder, const std::string& 
             IQA_LOGI(kTagTaskManager, "img %s with high similarity : ssim %lf", photoPath.c_str(),
                      result.ssim);
         } else {
-            IqaReply(name, thumbPixels.get(), result.width, result.height);
+            IqaReply(name, buffers.thumb(), result.width, result.height);
             IQA_LOGI(kTagTaskManager, "img %s with low similarity : ssim %lf", photoPath.c_str(),
                      result.ssim);
         }
-        IQA_CHECK_COPY(kTagTaskManager,
-                       memset_s(photoPixels.get(), kPixelBufferSize, 0, kPixelBufferSize));
-        IQA_CHECK_COPY(kTagTaskManager,
-                       memset_s(thumbPixels.get(), kPixelBufferSize, 0, kPixelBufferSize));
+        IQA_CHECK_COPY(kTagTaskManager, WrittenExtent::Clear(buffers.photo(), kPixelBufferSize));
+        IQA_CHECK_COPY(kTagTaskManager, WrittenExtent::Clear(buffers.thumb(), kPixelBufferSize));
     }
 }
 

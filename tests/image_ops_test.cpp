@@ -81,6 +81,21 @@ TEST(DownScale, BoundedFormTreatsMissingRowsAsZero) {
     }
 }
 
+TEST(DownScale, EveryBlockSideDividesExactly) {
+    // Block sums up to k * k * 255 divided without a divide instruction: all-255 blocks and
+    // near-boundary sums for every side the fast path serves.
+    for (int k = 1; k <= 1024; k += (k < 40 ? 1 : 37)) {
+        for (const unsigned char fill : {255, 254, 1}) {
+            Bytes src(static_cast<size_t>(k) * 2 * k * 3, fill);
+            src[0] = 0;  // one byte short of a full block
+            Bytes fast(2 * 3), plain(2 * 3);
+            IQA::BoxReduce(src.data(), 2 * k, k, fast.data(), 2, 1);
+            iqa_ref::DownScale(src.data(), 2 * k, k, plain.data(), 2, 1);
+            ASSERT_EQ(plain, fast) << "k=" << k << " fill=" << int(fill);
+        }
+    }
+}
+
 Bytes Nv12Of(const Bytes& rgb, int width, int height) {
     Bytes out(static_cast<size_t>(IQA::Nv12Size(width, height)) + 1, kGuard);
     IQA::IqaProcessData().ConvertRGBToNV12(rgb.data(), width, height, out.data());

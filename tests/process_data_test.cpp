@@ -5,6 +5,7 @@
 #include "IqaProcessData.h"
 #include "LogCapture.h"
 #include "TestFiles.h"
+#include "WrittenExtent.h"
 #include "reference/ReferenceKernels.h"
 
 using iqa_test::Bytes;
@@ -91,6 +92,30 @@ TEST_F(PrepareStage, DifferentShapesNeverReadBeyondTheDecodedImage) {
     Bytes expected(20 * 100 * 3);
     iqa_ref::DownScale(wide.data(), 300, 10, expected.data(), 20, 100);
     EXPECT_EQ(expected, Bytes(photo.begin(), photo.begin() + 20 * 100 * 3));
+}
+
+TEST_F(PrepareStage, TrackedBuffersEndUpAsIfClearedWhole) {
+    // The batch run's buffers start zero and are tracked; a stage then clears only what was
+    // written, and the buffer must read exactly as after a full clear.
+    std::fill(photo.begin(), photo.end(), 0);
+    std::fill(thumb.begin(), thumb.end(), 0);
+    IQA::WrittenExtent::Track(photo.data());
+    IQA::WrittenExtent::Track(thumb.data());
+    const std::pair<int, int> sizes[] = {{400, 300}, {120, 90}};
+    for (const auto& [w, h] : sizes) {
+        const std::string name = std::to_string(w);
+        iqa_test::WriteFile(
+            dir.File(name + ".jpg"),
+            iqa_tools::EncodeJpeg(iqa_test::RandomBytes(w * h * 3, w), w, h, 3, 90));
+        WriteThumb(name + ".thumbnail", w / 4, h / 4, iqa_test::RandomBytes(w * h * 3 / 16, h));
+        IqaImageInfo info =
+            Record(name + ".thumbnail", IQA::DECODER_THUMBNAIL, name + ".jpg", IQA::DECODER_JPEG);
+        ASSERT_TRUE(stage.ProcessImage(info));
+    }
+    IQA::WrittenExtent::Forget(photo.data());
+    IQA::WrittenExtent::Forget(thumb.data());
+    const auto tail = photo.begin() + 30 * 22 * 3;
+    EXPECT_TRUE(std::all_of(tail, photo.end(), [](unsigned char b) { return b == 0; }));
 }
 
 TEST_F(PrepareStage, DecodeFailures) {
