@@ -13,6 +13,7 @@ add_library(iqa_objects OBJECT
   process/BoxReduce.cpp
   process/Nv12.cpp
   process/WrittenExtent.cpp
+  process/ReducingRowSink.cpp
   taskmanager/IqaTaskManager.cpp
   taskmanager/TaskRegistry.cpp
   taskmanager/BatchRun.cpp

@@ -5,8 +5,10 @@
 
 #include "BoxReduce.h"
 #include "IqaLog.h"
+#include "JpegFile.h"
 #include "MallocBlock.h"
 #include "Nv12.h"
+#include "ReducingRowSink.h"
 #include "SafeCopy.h"
 #include "WrittenExtent.h"
 
@@ -22,11 +24,33 @@ struct ImageView {
     int& height;
 };
 
+// Decoder's dispatch; a JPEG's rows go to `sink` when one is given, else to the buffer.
+long long Dispatch(IqaProcessData& stage, const DecoderInfo& info, unsigned char* buffer,
+                   JpegRowSink* sink, int* width, int* height) {
+    IQA_LOG_OP(ANDROID_LOG_INFO, kTagProcessData, "Decoder", "begin decoder");
+    switch (info.decoderType) {
+        case DECODER_JPEG:
+            return sink != nullptr
+                       ? DecodeJpegFile(info.path.c_str(), info.bufferSize, *sink, width, height)
+                       : stage.JpegDecoder(info.path.c_str(), buffer, info.bufferSize, width,
+                                           height);
+        case DECODER_THUMBNAIL:
+            return stage.ThumbnailDecoder(info.path.c_str(), buffer, info.bufferSize, width,
+                                          height);
+        default:
+            return 0;
+    }
+}
+
 bool DecodeInto(IqaProcessData& stage, const IqaImageInfo& info, const ImageView& image,
-                int decoderType) {
-    const long long count = stage.Decoder(DecoderInfo{image.path, info.bufferSize, decoderType},
-                                          image.buffer, &image.width, &image.height);
+                int decoderType, JpegRowSink* sink) {
+    const long long count = Dispatch(stage, DecoderInfo{image.path, info.bufferSize, decoderType},
+                                     image.buffer, sink, &image.width, &image.height);
     return count >= 1 && image.width >= 1 && image.height >= 1;
+}
+
+size_t RgbBytes(const ImageView& image) {
+    return static_cast<size_t>(image.width) * static_cast<size_t>(image.height) * 3;
 }
 
 }  // namespace
@@ -36,22 +60,25 @@ IqaProcessData::~IqaProcessData() = default;
 
 long long IqaProcessData::Decoder(DecoderInfo info, unsigned char* buffer, int* width,
                                   int* height) {
-    IQA_LOGI(kTagProcessData, "begin decoder");
-    switch (info.decoderType) {
-        case DECODER_JPEG:
-            return JpegDecoder(info.path.c_str(), buffer, info.bufferSize, width, height);
-        case DECODER_THUMBNAIL:
-            return ThumbnailDecoder(info.path.c_str(), buffer, info.bufferSize, width, height);
-        default:
-            return 0;
-    }
+    return Dispatch(*this, info, buffer, nullptr, width, height);
 }
 
 bool IqaProcessData::ProcessImage(IqaImageInfo& info) {
     const ImageView first{info.thumbPath, info.thumbBuffer, info.thumbWidth, info.thumbHeight};
     const ImageView second{info.jpegPath, info.jpegBuffer, info.jpegWidth, info.jpegHeight};
-    if (!DecodeInto(*this, info, first, info.thumbDecoderType) ||
-        !DecodeInto(*this, info, second, info.jpegDecoderType)) {
+    if (!DecodeInto(*this, info, first, info.thumbDecoderType, nullptr)) {
+        IQA_LOGE(kTagProcessData, "Decoder failed");
+        return false;
+    }
+    // A second image with more pixels is reduced to the first's size; a JPEG is reduced while
+    // it decodes, into the block the reduction needs anyway, so the full-size image never goes
+    // out to memory. The block is taken quietly here: if it cannot be had, the plain path below
+    // allocates (and reports) in its usual place. It is cleared whole by the reduction, which
+    // writes every row, so the clear is needed only on the plain path.
+    MallocBlock early(RgbBytes(first) <= RSIZE_MAX_MEM ? RgbBytes(first) : 0,
+                      MallocBlock::Fill::kNone);
+    ReducingRowSink sink(early.get(), first.width, first.height, second.buffer);
+    if (!DecodeInto(*this, info, second, info.jpegDecoderType, &sink)) {
         IQA_LOGE(kTagProcessData, "Decoder failed");
         return false;
     }
@@ -64,22 +91,25 @@ bool IqaProcessData::ProcessImage(IqaImageInfo& info) {
     const ImageView& small = count1 < count2 ? first : second;
     IQA_LOGI(kTagProcessData, "begin downscale jpeg %s", large.path.c_str());
 
-    const size_t reducedBytes = static_cast<size_t>(small.width) * small.height * 3;
-    MallocBlock reduced(reducedBytes, MallocBlock::Fill::kNone);
-    if (!reduced) {
+    const size_t reducedBytes = RgbBytes(small);
+    const bool reuse = early && &small == &first;
+    MallocBlock late(reuse ? 0 : reducedBytes, MallocBlock::Fill::kNone);
+    unsigned char* reduced = reuse ? early.get() : late.get();
+    if (reduced == nullptr) {
         IQA_LOGE(kTagProcessData, "memory allocation failed");
         return false;
     }
-    IQA_CHECK_COPY(kTagProcessData, memset_s(reduced.get(), reducedBytes, 0, reducedBytes));
-    // The larger image's decoded height bounds the rows a block may read, so differently
-    // shaped images never make the reduction read beyond what was decoded.
-    BoxReduce(large.buffer, large.width, large.height, reduced.get(), small.width, small.height);
+    if (!sink.reduced()) {
+        IQA_CHECK_COPY(kTagProcessData, memset_s(reduced, reducedBytes, 0, reducedBytes));
+        // The larger image's decoded height bounds the rows a block may read, so differently
+        // shaped images never make the reduction read beyond what was decoded.
+        BoxReduce(large.buffer, large.width, large.height, reduced, small.width, small.height);
+    }
     large.width = small.width;
     large.height = small.height;
     // The whole buffer ends up zero behind the reduced image; only written bytes need clearing.
     IQA_CHECK_COPY(kTagProcessData, WrittenExtent::Clear(large.buffer, info.bufferSize));
-    IQA_CHECK_COPY(kTagProcessData,
-                   memcpy_s(large.buffer, reducedBytes, reduced.get(), reducedBytes));
+    IQA_CHECK_COPY(kTagProcessData, memcpy_s(large.buffer, reducedBytes, reduced, reducedBytes));
     WrittenExtent::NoteWritten(large.buffer, reducedBytes);
     return true;
 }

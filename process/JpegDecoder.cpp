@@ -1,6 +1,6 @@
-// JPEG photos through libjpeg (interface 62), decoded to RGB straight into the destination
-// once its capacity is known to suffice. Fatal library errors are recovered with longjmp so a
-// damaged photo can never abort the host process.
+// JPEG photos through libjpeg (interface 62), decoded to RGB rows handed to a sink once the
+// destination's capacity is known to suffice. Fatal library errors are recovered with longjmp
+// so a damaged photo can never abort the host process.
 #include <algorithm>
 #include <csetjmp>
 #include <cstdint>
@@ -10,6 +10,7 @@
 
 #include "IqaLog.h"
 #include "IqaProcessData.h"
+#include "JpegFile.h"
 #include "ResolvedPath.h"
 #include "ScopedFile.h"
 #include "WrittenExtent.h"
@@ -58,21 +59,19 @@ bool MatchesCheckedSize(const jpeg_decompress_struct& cinfo) {
            cinfo.output_components == kRgbComponents;
 }
 
-void ReadAllRows(jpeg_decompress_struct& cinfo, unsigned char* buffer) {
-    const size_t rowBytes = static_cast<size_t>(cinfo.output_width) * kRgbComponents;
+void ReadAllRows(jpeg_decompress_struct& cinfo, JpegRowSink& sink) {
     JSAMPROW rows[kRowsPerCall];
     while (cinfo.output_scanline < cinfo.output_height) {
         const JDIMENSION first = cinfo.output_scanline;
-        const JDIMENSION count = std::min(kRowsPerCall, cinfo.output_height - first);
-        for (JDIMENSION i = 0; i < count; ++i) {
-            rows[i] = buffer + rowBytes * (first + i);
-        }
-        jpeg_read_scanlines(&cinfo, rows, count);
+        const JDIMENSION placed =
+            sink.Place(first, std::min(kRowsPerCall, cinfo.output_height - first), rows);
+        const JDIMENSION read = jpeg_read_scanlines(&cinfo, rows, placed);
+        sink.Filled(first, read);
     }
 }
 
 // Holds no object with a destructor: a longjmp back into this frame must skip nothing.
-DecodeResult Decode(FILE* file, unsigned char* buffer, unsigned long long bufferSize) {
+DecodeResult Decode(FILE* file, unsigned long long bufferSize, JpegRowSink& sink) {
     jpeg_decompress_struct cinfo = {};
     RecoveringErrorManager errors = {};
     cinfo.err = jpeg_std_error(&errors.base);
@@ -105,8 +104,9 @@ DecodeResult Decode(FILE* file, unsigned char* buffer, unsigned long long buffer
         jpeg_destroy_decompress(&cinfo);
         return {false, 0, 0};
     }
-    WrittenExtent::NoteWritten(buffer, static_cast<size_t>(needed));
-    ReadAllRows(cinfo, buffer);
+    sink.Begin(cinfo.output_width, cinfo.output_height);
+    ReadAllRows(cinfo, sink);
+    sink.End();
     const DecodeResult result{true, cinfo.image_width, cinfo.image_height};
     jpeg_finish_decompress(&cinfo);
     jpeg_destroy_decompress(&cinfo);
@@ -115,25 +115,43 @@ DecodeResult Decode(FILE* file, unsigned char* buffer, unsigned long long buffer
 
 }  // namespace
 
-long long IqaProcessData::JpegDecoder(const char* path, unsigned char* buffer,
-                                      unsigned long long bufferSize, int* width, int* height) {
+void BufferRowSink::Begin(uint32_t width, uint32_t height) {
+    rowBytes_ = static_cast<size_t>(width) * kRgbComponents;
+    WrittenExtent::NoteWritten(buffer_, rowBytes_ * height);
+}
+
+uint32_t BufferRowSink::Place(uint32_t first, uint32_t count, unsigned char** rows) {
+    for (uint32_t i = 0; i < count; ++i) {
+        rows[i] = buffer_ + rowBytes_ * (first + i);
+    }
+    return count;
+}
+
+long long DecodeJpegFile(const char* path, unsigned long long bufferSize, JpegRowSink& sink,
+                         int* width, int* height) {
     const ResolvedPath resolved(path);
     if (!resolved.ok) {
-        IQA_LOGE(kTagProcessData, "Failed to resolve path.");
+        IQA_LOG_OP(ANDROID_LOG_ERROR, kTagProcessData, kOperation, "Failed to resolve path.");
         return 0;
     }
     ScopedFile file(resolved.path, "rb");
     if (!file) {
-        IQA_LOGE(kTagProcessData, "can't open %s.", resolved.path);
+        IQA_LOG_OP(ANDROID_LOG_ERROR, kTagProcessData, kOperation, "can't open %s.", resolved.path);
         return 0;
     }
-    const DecodeResult result = Decode(file.get(), buffer, bufferSize);
+    const DecodeResult result = Decode(file.get(), bufferSize, sink);
     if (!result.ok) {
         return 0;
     }
     *width = static_cast<int>(result.width);
     *height = static_cast<int>(result.height);
     return static_cast<long long>(static_cast<unsigned long long>(result.width) * result.height);
+}
+
+long long IqaProcessData::JpegDecoder(const char* path, unsigned char* buffer,
+                                      unsigned long long bufferSize, int* width, int* height) {
+    BufferRowSink sink(buffer);
+    return DecodeJpegFile(path, bufferSize, sink, width, height);
 }
 
 }  // namespace IQA

@@ -9,4 +9,5 @@ build=${IQA_BUILD_DIR:-build-bench}
 cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DIQA_BUILD_BENCHMARKS=ON \
   -DIQA_BUILD_TESTS=OFF -DIQA_BUILD_TOOLS=OFF >/dev/null
 cmake --build "$build" --target iqa_bench
-"$build/bench/iqa_bench" --benchmark_min_time=1 "$@"
+"$build/bench/iqa_bench" --benchmark_min_time=1 --benchmark_repetitions=3 \
+  --benchmark_report_aggregates_only=true "$@"

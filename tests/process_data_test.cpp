@@ -94,6 +94,31 @@ TEST_F(PrepareStage, DifferentShapesNeverReadBeyondTheDecodedImage) {
     EXPECT_EQ(expected, Bytes(photo.begin(), photo.begin() + 20 * 100 * 3));
 }
 
+TEST_F(PrepareStage, JpegReducedWhileDecodingMatchesTheWholeImageReduction) {
+    // {jpeg w, h, thumbnail w, h}: rows past the image, a partial last block, rows never
+    // used, odd sizes, and a JPEG narrower than the thumbnail (k = 0).
+    const int cases[][4] = {{300, 10, 20, 100}, {97, 61, 9, 7},  {64, 64, 16, 4},
+                            {203, 157, 40, 31}, {10, 20, 50, 2}, {640, 480, 160, 120}};
+    for (const auto& c : cases) {
+        const Bytes rgb = iqa_test::RandomBytes(static_cast<size_t>(c[0]) * c[1] * 3, c[0]);
+        const Bytes jpeg = iqa_tools::EncodeJpeg(rgb, c[0], c[1], 3, 90);
+        iqa_test::WriteFile(dir.File("s.jpg"), jpeg);
+        WriteThumb("s.thumbnail", c[2], c[3], Bytes(static_cast<size_t>(c[2]) * c[3] * 3, 5));
+        IqaImageInfo info =
+            Record("s.thumbnail", IQA::DECODER_THUMBNAIL, "s.jpg", IQA::DECODER_JPEG);
+        ASSERT_TRUE(stage.ProcessImage(info));
+        Bytes decoded;
+        int w = 0, h = 0;
+        ASSERT_TRUE(iqa_tools::DecodeJpeg(jpeg, &decoded, &w, &h));
+        const size_t bytes = static_cast<size_t>(c[2]) * c[3] * 3;
+        Bytes expected(bytes);
+        iqa_ref::DownScale(decoded.data(), w, h, expected.data(), c[2], c[3]);
+        EXPECT_EQ(expected, Bytes(photo.begin(), photo.begin() + static_cast<long>(bytes)))
+            << c[0] << "x" << c[1];
+        EXPECT_EQ(0, photo[bytes]);
+    }
+}
+
 TEST_F(PrepareStage, TrackedBuffersEndUpAsIfClearedWhole) {
     // The batch run's buffers start zero and are tracked; a stage then clears only what was
     // written, and the buffer must read exactly as after a full clear.

@@ -1,0 +1,40 @@
+// Where a JPEG decode puts its RGB rows: straight into the destination buffer, or into a
+// reduction that consumes them while they are still in cache.
+#ifndef IQA_PROCESS_JPEG_ROW_SINK_H
+#define IQA_PROCESS_JPEG_ROW_SINK_H
+
+#include <cstddef>
+#include <cstdint>
+
+namespace IQA {
+
+class JpegRowSink {
+  public:
+    virtual ~JpegRowSink() = default;
+    // The decoded size, once the header was read and the capacity checked.
+    virtual void Begin(uint32_t width, uint32_t height) = 0;
+    // Fills rows[0..n) with where rows first.. go and returns n, 1 <= n <= count.
+    virtual uint32_t Place(uint32_t first, uint32_t count, unsigned char** rows) = 0;
+    // Rows [first, first + count) hold their pixels now.
+    virtual void Filled(uint32_t first, uint32_t count) = 0;
+    // Every row was decoded.
+    virtual void End() = 0;
+};
+
+// The decoder's destination buffer, rows packed from the top.
+class BufferRowSink : public JpegRowSink {
+  public:
+    explicit BufferRowSink(unsigned char* buffer) : buffer_(buffer) {}
+    void Begin(uint32_t width, uint32_t height) override;
+    uint32_t Place(uint32_t first, uint32_t count, unsigned char** rows) override;
+    void Filled(uint32_t, uint32_t) override {}
+    void End() override {}
+
+  private:
+    unsigned char* buffer_;
+    size_t rowBytes_ = 0;
+};
+
+}  // namespace IQA
+
+#endif  // IQA_PROCESS_JPEG_ROW_SINK_H
