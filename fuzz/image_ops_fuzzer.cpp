@@ -6,6 +6,7 @@
 #include "FuzzSupport.h"
 #include "IqaProcessData.h"
 #include "Nv12.h"
+#include "ReducingRowSink.h"
 #include "reference/ReferenceKernels.h"
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
@@ -39,6 +40,34 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         if (k < 1 || k * dstHeight <= srcRows) {
             stage.DownScale(src.data(), srcWidth, fast.data(), dstWidth, dstHeight);
             IQA_FUZZ_CHECK(fast == plain);
+        }
+    }
+
+    // The same reduction fed row by row, as a JPEG decode feeds it, in runs of any length.
+    if (dstWidth > 0 && dstHeight > 0 && srcWidth > 0 && srcRows > 0 && work <= (1 << 18)) {
+        const size_t dstBytes = static_cast<size_t>(dstWidth) * dstHeight * 3;
+        std::vector<uint8_t> streamed(dstBytes), plain(dstBytes), buffer(srcBytes);
+        IQA::ReducingRowSink sink(streamed.data(), dstWidth, dstHeight, buffer.data());
+        sink.Begin(static_cast<uint32_t>(srcWidth), static_cast<uint32_t>(srcRows));
+        const size_t rowBytes = static_cast<size_t>(srcWidth) * 3;
+        unsigned char* rows[16];
+        for (uint32_t first = 0; first < static_cast<uint32_t>(srcRows);) {
+            const uint32_t want = std::min<uint32_t>(input.ConsumeIntegralInRange<uint32_t>(1, 16),
+                                                     static_cast<uint32_t>(srcRows) - first);
+            const uint32_t placed = sink.Place(first, want, rows);
+            IQA_FUZZ_CHECK(placed >= 1 && placed <= want);
+            for (uint32_t i = 0; i < placed; ++i) {
+                std::copy_n(src.data() + rowBytes * (first + i), rowBytes, rows[i]);
+            }
+            sink.Filled(first, placed);
+            first += placed;
+        }
+        sink.End();
+        if (sink.reduced()) {
+            iqa_ref::DownScale(src.data(), srcWidth, srcRows, plain.data(), dstWidth, dstHeight);
+            IQA_FUZZ_CHECK(streamed == plain);
+        } else {
+            IQA_FUZZ_CHECK(buffer == src);
         }
     }
 

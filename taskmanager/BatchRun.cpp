@@ -23,8 +23,11 @@ std::string Join(const std::string& folder, const std::string& name, const char*
 // Only the stock stages report what they write; a chain with other stages gets full clears.
 bool StockChain(const std::vector<std::shared_ptr<IqaProcessNode>>& nodes) {
     return std::all_of(nodes.begin(), nodes.end(), [](const std::shared_ptr<IqaProcessNode>& n) {
-        return n != nullptr &&
-               (typeid(*n) == typeid(IqaProcessData) || typeid(*n) == typeid(IqaCompSim));
+        if (n == nullptr) {
+            return false;
+        }
+        const IqaProcessNode& node = *n;
+        return typeid(node) == typeid(IqaProcessData) || typeid(node) == typeid(IqaCompSim);
     });
 }
 
