@@ -185,6 +185,25 @@ TEST_F(BatchRun, StopInsideTheChainPutsTheNameBack) {
     EXPECT_TRUE(Peer::Tasks(manager).empty());
 }
 
+TEST_F(BatchRun, ReplySizesAndTooSmallImages) {
+    const Bytes before = AddPhoto("r", 16, 16, 4);
+    const Bytes pixels = iqa_test::RandomBytes(1000 * 760 * 3, 5);
+    manager.IqaReply("r", pixels.data(), 3, 900);  // reduced width 0: nothing to dump
+    EXPECT_EQ("[IqaReply]:no image to dump for r: reduced size 0 x 225", log.Lines().back());
+    EXPECT_EQ(ANDROID_LOG_ERROR, log.Entries().back().priority);
+    EXPECT_EQ(before, iqa_test::ReadFile(Photo("r")));
+
+    manager.IqaReply("r", pixels.data(), 1000, 760);
+    const Bytes after = iqa_test::ReadFile(Photo("r"));
+    iqa_tools::TrailerListing listing;
+    ASSERT_TRUE(iqa_tools::ReadTrailer(after, &listing)) << listing.problem;
+    iqa_tools::Descriptor d;
+    ASSERT_TRUE(iqa_tools::ReadDescriptor(after, listing.records.at(1), &d));
+    EXPECT_EQ((std::vector<int>{250, 190, 250, 250 * 190 * 3 / 2, 1}),
+              (std::vector<int>{d.width, d.height, d.stride, d.size, d.format}));
+    EXPECT_EQ(before.size() + 250 * 190 * 3 / 2 + 132, after.size());
+}
+
 TEST_F(BatchRun, RealPhotosEndToEnd) {
     // "same": the thumbnail is the photo reduced by 4; "other": a different frame; "lost": no
     // thumbnail at all.
