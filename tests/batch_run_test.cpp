@@ -4,6 +4,7 @@
 #include <atomic>
 
 #include "CameraFiles.h"
+#include "CameraPaths.h"
 #include "IqaTaskManager.h"
 #include "LogCapture.h"
 #include "ManagerPeer.h"
@@ -15,16 +16,14 @@ using iqa_test::Peer;
 
 namespace {
 
-const std::string kCamera = "storage/emulated/0/DCIM/Camera";
+using iqa_test::BackupThumb;
+using iqa_test::kCamera;
 
 std::string Photo(const std::string& name) {
-    return kCamera + "/" + name + ".jpg";
+    return iqa_test::PhotoPath(name);
 }
 std::string CacheThumb(const std::string& name) {
-    return kCamera + "/cache/" + name + ".thumbnail";
-}
-std::string BackupThumb(const std::string& name) {
-    return kCamera + "/iqathumb/" + name + ".thumbnail";
+    return iqa_test::CachedThumb(name);
 }
 
 class BatchRun : public ::testing::Test {

@@ -14,6 +14,7 @@
 #include <filesystem>
 
 #include "CameraFiles.h"
+#include "CameraPaths.h"
 #include "IqaTaskManager.h"
 #include "LogCapture.h"
 #include "SceneGenerator.h"
@@ -23,7 +24,7 @@ using iqa_test::Bytes;
 
 namespace {
 
-const std::string kCamera = "storage/emulated/0/DCIM/Camera";
+using iqa_test::kCamera;
 
 // Root ignores permission bits through these capabilities; the tests need them obeyed. Only
 // the effective set changes, so they can be given back afterwards.
@@ -67,7 +68,7 @@ class Faults : public ::testing::Test {
         before[name] = photo;
         manager.RegisterTask(name);
     }
-    static std::string Photo(const std::string& name) { return kCamera + "/" + name + ".jpg"; }
+    static std::string Photo(const std::string& name) { return iqa_test::PhotoPath(name); }
     std::string Verdict(const std::string& name) {
         for (const std::string& line : log.Lines()) {
             if (line.find("img " + Photo(name) + " with high") != std::string::npos) {

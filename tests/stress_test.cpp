@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "CameraFiles.h"
+#include "CameraPaths.h"
 #include "IqaTaskManager.h"
 #include "LogCapture.h"
 #include "SceneGenerator.h"
@@ -16,7 +17,6 @@ using iqa_test::Bytes;
 
 namespace {
 
-const std::string kCamera = "storage/emulated/0/DCIM/Camera";
 constexpr int kPhotos = 12;
 constexpr int kHostThreads = 4;
 constexpr int kRounds = 4;
@@ -25,14 +25,18 @@ constexpr int kRequestsPerThread = 200;
 std::string Name(int i) {
     return "IMG_" + std::to_string(i);
 }
+using iqa_test::BackupThumb;
+using iqa_test::kCamera;
+using iqa_test::PhotoPath;
+
 std::string Photo(const std::string& name) {
-    return kCamera + "/" + name + ".jpg";
+    return PhotoPath(name);
 }
 std::string Cached(const std::string& name) {
-    return kCamera + "/cache/" + name + ".thumbnail";
+    return iqa_test::CachedThumb(name);
 }
 std::string Backup(const std::string& name) {
-    return kCamera + "/iqathumb/" + name + ".thumbnail";
+    return BackupThumb(name);
 }
 
 class Stress : public ::testing::Test {

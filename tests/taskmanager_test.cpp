@@ -43,7 +43,7 @@ TEST_F(TaskManager, LifeCycleAndDropRule) {
         EXPECT_EQ(1u, Peer::Queued(manager));
         EXPECT_FALSE(Peer::Stop(manager));
         EXPECT_FALSE(Peer::WorkerStarted(manager));  // only a registration starts a worker
-        manager.ClearQueue();                         // the host may empty the queue itself
+        manager.ClearQueue();                        // the host may empty the queue itself
         EXPECT_EQ(0u, Peer::Queued(manager));
     }
     EXPECT_EQ((std::vector<std::string>{"[IqaTaskManager]:begin IqaTaskManager",

@@ -69,8 +69,7 @@ int AnomalyCommand(const Args& args) {
                           kUsage);
     }
     Bytes frame;
-    if (!ReadWholeFile(args[0], &frame)) {
-        fprintf(stderr, "iqa anomaly: cannot read %s\n", args[0].c_str());
+    if (!ReadPhoto("anomaly", args[0], &frame)) {
         return 1;
     }
     const uint64_t needed = FrameBytes(width, height, stride);

@@ -21,6 +21,9 @@ bool WantsHelp(const Args& args, const char* usage);
 // Prints "iqa <command>: message" and the usage to stderr; returns the usage-error status.
 int UsageError(const char* command, const std::string& message, const char* usage);
 
+// Reads a whole input file; prints "iqa <command>: cannot read PATH" when it cannot.
+bool ReadPhoto(const char* command, const std::string& path, std::vector<unsigned char>* bytes);
+
 constexpr const char* kCameraFolder = "storage/emulated/0/DCIM/Camera";
 constexpr const char* kCacheFolder = "storage/emulated/0/DCIM/Camera/cache";
 

@@ -41,8 +41,7 @@ int ExtractCommand(const Args& args) {
         return UsageError("extract", "expected a photo file and an output file", kUsage);
     }
     Bytes file;
-    if (!ReadWholeFile(args[0], &file)) {
-        fprintf(stderr, "iqa extract: cannot read %s\n", args[0].c_str());
+    if (!ReadPhoto("extract", args[0], &file)) {
         return 1;
     }
     TrailerListing listing;

@@ -26,8 +26,7 @@ int InspectCommand(const Args& args) {
         return UsageError("inspect", "expected one photo file", kUsage);
     }
     Bytes file;
-    if (!ReadWholeFile(args[0], &file)) {
-        fprintf(stderr, "iqa inspect: cannot read %s\n", args[0].c_str());
+    if (!ReadPhoto("inspect", args[0], &file)) {
         return 1;
     }
     TrailerListing listing;

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "CameraFiles.h"
 #include "Commands.h"
 
 namespace {
@@ -47,6 +48,14 @@ bool WantsHelp(const Args& args, const char* usage) {
 int UsageError(const char* command, const std::string& message, const char* usage) {
     fprintf(stderr, "iqa %s: %s\n\n%s", command, message.c_str(), usage);
     return 2;
+}
+
+bool ReadPhoto(const char* command, const std::string& path, std::vector<unsigned char>* bytes) {
+    if (ReadWholeFile(path, bytes)) {
+        return true;
+    }
+    fprintf(stderr, "iqa %s: cannot read %s\n", command, path.c_str());
+    return false;
 }
 
 }  // namespace iqa_tools
