@@ -10,6 +10,7 @@
 #include "CameraPaths.h"
 #include "IqaTaskManager.h"
 #include "LogCapture.h"
+#include "ManagerPeer.h"
 #include "SceneGenerator.h"
 #include "TestFiles.h"
 
@@ -90,9 +91,25 @@ TEST_F(Stress, HostThreadsAndDestructionDuringRuns) {
         for (std::thread& h : hosts) {
             h.join();
         }
-        // Destroyed with a run likely under way and requests still queued.
-        manager->AddRequest(Request{REQUEST_REGISTER_TASK, Name(round), false});
+        // End every round by destroying the manager during a run: once a registration has been
+        // worked off the list is not empty, so the begin request is not dropped.
+        const std::string last = Name(round);
+        const auto settled = [&](const std::string& l) {
+            return l == "[RegisterTask]:Task list is full. Cannot register task: " + last ||
+                   l.rfind("[RegisterTask]:Task registered: " + last + " ,", 0) == 0;
+        };
+        const auto started = [](const std::string& l) {
+            return l.rfind("[IqaProc]:begin process", 0) == 0;
+        };
+        while (iqa_test::Peer::Queued(*manager) != 0) {  // a queued stop would discard it
+            std::this_thread::yield();
+        }
+        const size_t registrations = log.CountMatches(settled);
+        manager->AddRequest(Request{REQUEST_REGISTER_TASK, last, false});
+        ASSERT_TRUE(log.WaitForMatches(settled, registrations + 1));
+        const size_t runs = log.CountMatches(started);
         manager->AddRequest(Request{REQUEST_BEGIN_PROCESS, "", false});
+        ASSERT_TRUE(log.WaitForMatches(started, runs + 1));
         manager.reset();
     }
 

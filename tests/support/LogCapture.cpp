@@ -54,12 +54,22 @@ LogCapture::~LogCapture() {
 }
 
 bool LogCapture::WaitFor(const std::string& line, size_t count) const {
+    return WaitForMatches([&](const std::string& l) { return l == line; }, count);
+}
+
+bool LogCapture::WaitForMatches(const std::function<bool(const std::string&)>& match,
+                                size_t count) const {
     std::unique_lock<std::mutex> lock(gMutex);
     return gLogged.wait_for(lock, std::chrono::seconds(60), [&] {
         return static_cast<size_t>(std::count_if(
                    gEntries.begin(), gEntries.end(),
-                   [&](const LogEntry& e) { return StripLine(e.message) == line; })) >= count;
+                   [&](const LogEntry& e) { return match(StripLine(e.message)); })) >= count;
     });
+}
+
+size_t LogCapture::CountMatches(const std::function<bool(const std::string&)>& match) const {
+    const std::vector<std::string> lines = Lines();
+    return static_cast<size_t>(std::count_if(lines.begin(), lines.end(), match));
 }
 
 void LogCapture::OnLine(std::function<void(const std::string&)> hook) {

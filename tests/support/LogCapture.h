@@ -36,6 +36,9 @@ class LogCapture {
     // Blocks until `line` (in Lines() form) has been logged `count` times; false if that does
     // not happen within a minute, which only a hung worker explains.
     bool WaitFor(const std::string& line, size_t count = 1) const;
+    // The same for lines (in Lines() form) that `match` accepts.
+    bool WaitForMatches(const std::function<bool(const std::string&)>& match, size_t count) const;
+    size_t CountMatches(const std::function<bool(const std::string&)>& match) const;
     // Runs `hook` on the logging thread for every line (in Lines() form) from now on.
     void OnLine(std::function<void(const std::string&)> hook);
 };
