@@ -81,7 +81,7 @@ void IqaTaskManager::SetStopStatus(bool value) {
 
 void IqaTaskManager::ProcessRequests() {
     for (;;) {
-        Request request;
+        Request request{};
         {
             std::unique_lock<std::mutex> lock(queueMutex);
             const auto deadline = std::chrono::steady_clock::now() + kIdleWait;
