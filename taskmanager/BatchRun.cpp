@@ -62,6 +62,21 @@ class RunBuffers {
     bool tracked_;
 };
 
+// One photo's record: the backed-up thumbnail first, the photo second, the run's buffers.
+IqaImageInfo Record(const std::string& name, const std::string& backupPath,
+                    const std::string& photoPath, const RunBuffers& buffers) {
+    IqaImageInfo info{};
+    info.jpegName = name;
+    info.thumbPath = backupPath;
+    info.jpegPath = photoPath;
+    info.thumbBuffer = buffers.thumb();
+    info.jpegBuffer = buffers.photo();
+    info.bufferSize = kPixelBufferSize;
+    info.thumbDecoderType = DECODER_THUMBNAIL;
+    info.jpegDecoderType = DECODER_JPEG;
+    return info;
+}
+
 }  // namespace
 
 void IqaTaskManager::BeginProcess() {
@@ -92,15 +107,7 @@ void IqaTaskManager::IqaProc(const std::string& cacheFolder, const std::string& 
             AddTask(name);
             break;
         }
-        IqaImageInfo info{};
-        info.jpegName = name;
-        info.thumbPath = backupPath;
-        info.jpegPath = photoPath;
-        info.thumbBuffer = buffers.thumb();
-        info.jpegBuffer = buffers.photo();
-        info.bufferSize = kPixelBufferSize;
-        info.thumbDecoderType = DECODER_THUMBNAIL;
-        info.jpegDecoderType = DECODER_JPEG;
+        IqaImageInfo info = Record(name, backupPath, photoPath, buffers);
         const SsimResult result = GetSsim(info);
         RemoveFile(backupPath, kDeleteLabel);
         if (result.ssim == 0.0) {
