@@ -122,6 +122,8 @@ TEST_F(Decoders, JpegFailuresAreRecovered) {
     Write("corrupt.jpg", corrupt);
     Write("notjpeg.jpg", noise);
     Write("empty.jpg", {});
+    // Four components: libjpeg cannot convert CMYK to RGB, a fatal error to recover from.
+    Write("cmyk.jpg", iqa_tools::EncodeJpeg(iqa_test::RandomBytes(16 * 16 * 4, 13), 16, 16, 4, 90));
     Write("truncated.jpg", Bytes(jpeg.begin(), jpeg.begin() + static_cast<long>(jpeg.size() / 2)));
 
     EXPECT_EQ(0, Jpeg("missing.jpg", buffer.size()));
@@ -130,6 +132,8 @@ TEST_F(Decoders, JpegFailuresAreRecovered) {
     EXPECT_EQ(0, Jpeg("corrupt.jpg", buffer.size()));
     EXPECT_EQ(0, Jpeg("empty.jpg", buffer.size()));
     EXPECT_EQ(0, Jpeg("notjpeg.jpg", buffer.size()));
+    EXPECT_EQ(0, Jpeg("cmyk.jpg", buffer.size()));
+    EXPECT_TRUE(log.Contains("[JpegDecoder]:Unsupported color conversion request"));
     EXPECT_EQ(-7, width);
     const std::vector<std::string> lines = log.Lines();
     ASSERT_GE(lines.size(), 5u);

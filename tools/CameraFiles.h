@@ -23,7 +23,7 @@ bool WriteWholeFile(const std::string& path, const Bytes& bytes);
 // width x height pixels of 4 bytes (R, G, B, unused). rgb holds 3 bytes a pixel.
 Bytes ThumbnailFile(int width, int height, const Bytes& rgb);
 
-// Baseline JPEG of RGB (components 3) or greyscale (components 1) pixels.
+// Baseline JPEG of RGB (components 3), greyscale (1) or CMYK (4) pixels.
 Bytes EncodeJpeg(const Bytes& pixels, int width, int height, int components, int quality);
 
 // Decodes a JPEG held in memory to RGB; false if libjpeg rejects it.
