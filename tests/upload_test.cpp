@@ -83,6 +83,27 @@ TEST_F(Dump, InsertsRecordBeforeTheLastOne) {
               iqa_test::ReadFile(dir.File("p.jpg")));
 }
 
+TEST_F(Dump, CustomBufferLargerThanOneBoundedCopy) {
+    // More than the secure library copies in one call: the record must still hold every byte.
+    const size_t size = (size_t{256} << 20) + 4099;
+    Bytes big(size);
+    for (size_t i = 0; i < size; ++i) {
+        big[i] = static_cast<unsigned char>(i * 2654435761u >> 24);
+    }
+    const Bytes trailer = iqa_tools::Trailer({{"CAMREC", payload}}, other);
+    iqa_test::WriteFile(dir.File("big.jpg"), Concat({image, trailer}));
+    Save("big.jpg", big, Descriptor(static_cast<int32_t>(size), "Iqa_comparessim"));
+    const Bytes after = iqa_test::ReadFile(dir.File("big.jpg"));
+    ASSERT_EQ(image.size() + size + 132 + trailer.size(), after.size());
+    EXPECT_TRUE(
+        std::equal(big.begin(), big.end(), after.begin() + static_cast<long>(image.size())));
+    EXPECT_TRUE(
+        log.Contains("[SaveCustomBuffer]:save custombuffer in " + dir.File("big.jpg") + "."));
+    for (const std::string& line : log.Lines()) {
+        EXPECT_EQ(std::string::npos, line.find("return error")) << line;
+    }
+}
+
 TEST_F(Dump, LeavesFilesWithoutAWholeTrailerUntouched) {
     const Bytes plain = iqa_tools::EncodeJpeg(iqa_test::RandomBytes(32 * 32 * 3, 6), 32, 32, 3, 80);
     Bytes pastStart = Concat({image, iqa_tools::Trailer({{"CAMREC", payload}}, other)});

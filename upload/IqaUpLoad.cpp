@@ -1,6 +1,8 @@
 // The dump of a custom buffer into a photo's trailer, and the big-data report of an anomaly.
 #include "IqaUpLoad.h"
 
+#include <algorithm>
+
 #include "FileGrowth.h"
 #include "IqaLog.h"
 #include "MallocBlock.h"
@@ -23,31 +25,39 @@ struct DataHeader {
 };
 static_assert(sizeof(DataHeader) == kDataHeaderSize, "file format: 12-byte data header");
 
+// Copies a custom buffer of any size: the bounded copy refuses more than RSIZE_MAX_MEM bytes
+// at once, and a refused copy must never leave an unwritten gap in a record bound for a photo.
+void CopyCustomBuffer(unsigned char* block, const unsigned char* buffer, size_t size) {
+    for (size_t done = 0; done < size;) {
+        const size_t chunk = std::min<size_t>(size - done, RSIZE_MAX_MEM);
+        IQA_CHECK_COPY_AS(kTagUpLoad, "SaveCustomBuffer",
+                          memcpy_s(block + done, chunk, buffer + done, chunk));
+        done += chunk;
+    }
+}
+
 // The new record: custom buffer, descriptor and data header, then the old tail read back from
 // the file. Returns false if the tail could not be read whole.
 bool FillRecord(FILE* file, const TrailerTail& tail, const unsigned char* buffer,
                 ImageDumpExpand* descriptor, unsigned char* block) {
     const size_t size = static_cast<size_t>(descriptor->size);
-    if (size > 0) {
-        IQA_CHECK_COPY_AS(kTagUpLoad, "SaveCustomBuffer", memcpy_s(block, size, buffer, size));
-    }
+    CopyCustomBuffer(block, buffer, size);
     IQA_CHECK_COPY_AS(kTagUpLoad, "SaveCustomBuffer",
                       memcpy_s(block + size, kDescriptorSize, descriptor, kDescriptorSize));
     // Built aside and copied in: the header's place in the block has no 4-byte alignment.
     DataHeader header;
-    DataHeader* dataHeader = &header;
     IQA_CHECK_COPY_AS(kTagUpLoad, "SaveCustomBuffer",
-                      memset_s(dataHeader, sizeof(DataHeader), 0, sizeof(DataHeader)));
-    dataHeader->length = static_cast<uint32_t>(size + kDescriptorSize);
-    if (strncpy_s(dataHeader->head, sizeof(dataHeader->head), descriptor->algoname,
-                  sizeof(dataHeader->head) - 1) != 0) {
+                      memset_s(&header, sizeof(header), 0, sizeof(header)));
+    header.length = static_cast<uint32_t>(size + kDescriptorSize);
+    if (strncpy_s(header.head, sizeof(header.head), descriptor->algoname,
+                  sizeof(header.head) - 1) != 0) {
         IQA_LOG_OP(ANDROID_LOG_ERROR, kTagUpLoad, "SaveCustomBuffer", "%s failed",
                    "strncpy_s(dataHeader->head, sizeof(dataHeader->head), "
                    "imageDumpExpand->algoname, sizeof(dataHeader->head)-1)");
     }
-    IQA_CHECK_COPY_AS(kTagUpLoad, "SaveCustomBuffer",
-                      memcpy_s(block + size + kDescriptorSize, kDataHeaderSize, dataHeader,
-                               sizeof(DataHeader)));
+    IQA_CHECK_COPY_AS(
+        kTagUpLoad, "SaveCustomBuffer",
+        memcpy_s(block + size + kDescriptorSize, kDataHeaderSize, &header, sizeof(header)));
     unsigned char* oldTail = block + size + kDescriptorSize + kDataHeaderSize;
     const size_t tailLength = static_cast<size_t>(tail.length);
     return fseeko(file, static_cast<off_t>(tail.offset), SEEK_SET) == 0 &&
