@@ -3,8 +3,26 @@
 # library that hosts load and into a static archive through which the tests reach internals.
 find_package(Threads REQUIRED)
 
-add_library(iqa_objects OBJECT
+set(IQA_INTERNAL_INCLUDES common process taskmanager upload anomdetect)
+
+# The photo file formats, file calls and the dump's journal: also linked into the host tools,
+# which read and recover photos exactly as the library does.
+add_library(iqa_core STATIC
   common/IqaLog.cpp
+  common/FileCalls.cpp
+  common/ByteSource.cpp
+  upload/JpegStream.cpp
+  upload/PhotoTrailer.cpp
+  upload/DumpJournal.cpp
+)
+set_target_properties(iqa_core PROPERTIES
+  CXX_VISIBILITY_PRESET hidden
+  VISIBILITY_INLINES_HIDDEN ON
+  POSITION_INDEPENDENT_CODE ON)
+target_include_directories(iqa_core PUBLIC common upload)
+target_link_libraries(iqa_core PUBLIC iqa_android_log PRIVATE iqa_warnings)
+
+add_library(iqa_objects OBJECT
   process/IqaProcessNode.cpp
   process/IqaCompSim.cpp
   process/IqaProcessData.cpp
@@ -20,8 +38,6 @@ add_library(iqa_objects OBJECT
   taskmanager/Reply.cpp
   taskmanager/FileUtils.cpp
   upload/IqaUpLoad.cpp
-  upload/PhotoTrailer.cpp
-  upload/FileGrowth.cpp
   anomdetect/IqaAnomDetect.cpp
   anomdetect/ScreenSampler.cpp
 )
@@ -31,9 +47,9 @@ set_target_properties(iqa_objects PROPERTIES
 target_compile_options(iqa_objects PRIVATE -ffp-contract=off)
 target_include_directories(iqa_objects
   PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
-  PRIVATE common process taskmanager upload anomdetect)
+  PRIVATE ${IQA_INTERNAL_INCLUDES})
 target_link_libraries(iqa_objects
-  PUBLIC JPEG::JPEG PkgConfig::SAFEC iqa_android_log Threads::Threads mcs
+  PUBLIC JPEG::JPEG PkgConfig::SAFEC iqa_android_log Threads::Threads mcs iqa_core
   PRIVATE iqa_warnings)
 
 add_library(iqa SHARED $<TARGET_OBJECTS:iqa_objects>)
@@ -42,12 +58,14 @@ set_target_properties(iqa PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJ
 target_include_directories(iqa PUBLIC
   $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
   $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/iqa>)
-target_link_libraries(iqa PUBLIC mcs PRIVATE JPEG::JPEG PkgConfig::SAFEC iqa_android_log Threads::Threads)
+target_link_libraries(iqa PUBLIC mcs
+  PRIVATE $<BUILD_INTERFACE:iqa_core> JPEG::JPEG PkgConfig::SAFEC iqa_android_log Threads::Threads)
 if(NOT IQA_SANITIZE)  # sanitizer runtimes come with the executable, not the library
   target_link_options(iqa PRIVATE "LINKER:--no-undefined")
 endif()
 
 # Tests only: the same objects, with the internal headers visible.
 add_library(iqa_static STATIC EXCLUDE_FROM_ALL $<TARGET_OBJECTS:iqa_objects>)
-target_include_directories(iqa_static PUBLIC include common process taskmanager upload anomdetect)
-target_link_libraries(iqa_static PUBLIC JPEG::JPEG PkgConfig::SAFEC iqa_android_log Threads::Threads mcs)
+target_include_directories(iqa_static PUBLIC include ${IQA_INTERNAL_INCLUDES})
+target_link_libraries(iqa_static PUBLIC iqa_core JPEG::JPEG PkgConfig::SAFEC iqa_android_log
+                      Threads::Threads mcs)

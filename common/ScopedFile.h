@@ -1,14 +1,23 @@
-// A FILE* that is closed on every path out of the operation that opened it.
+// A regular file opened for reading as a FILE* (what the decoders read through), closed on every
+// path out of the operation that opened it. A FIFO, device or folder is refused, never waited on.
 #ifndef IQA_COMMON_SCOPED_FILE_H
 #define IQA_COMMON_SCOPED_FILE_H
 
 #include <cstdio>
 
+#include "FileCalls.h"
+
 namespace IQA {
 
 class ScopedFile {
   public:
-    ScopedFile(const char* path, const char* mode) : file_(fopen(path, mode)) {}
+    explicit ScopedFile(const char* path) {
+        const int fd = OpenRegularFile(path, O_RDONLY);
+        file_ = fd < 0 ? nullptr : fdopen(fd, "rb");
+        if (file_ == nullptr) {
+            CloseFile(fd);
+        }
+    }
     ~ScopedFile() {
         if (file_ != nullptr) {
             fclose(file_);

@@ -134,7 +134,7 @@ long long DecodeJpegFile(const char* path, unsigned long long bufferSize, JpegRo
         IQA_LOG_OP(ANDROID_LOG_ERROR, kTagProcessData, kOperation, "Failed to resolve path.");
         return 0;
     }
-    ScopedFile file(resolved.path, "rb");
+    ScopedFile file(resolved.path);
     if (!file) {
         IQA_LOG_OP(ANDROID_LOG_ERROR, kTagProcessData, kOperation, "can't open %s.", resolved.path);
         return 0;

@@ -46,7 +46,7 @@ long long IqaProcessData::ThumbnailDecoder(const char* path, unsigned char* buff
         IQA_LOGE(kTagProcessData, "Failed to resolve path%s.", resolved.path);
         return 0;
     }
-    ScopedFile file(resolved.path, "rb");
+    ScopedFile file(resolved.path);
     if (!file) {
         IQA_LOGE(kTagProcessData, "can't open %s.", resolved.path);
         return 0;

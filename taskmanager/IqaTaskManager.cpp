@@ -1,6 +1,7 @@
 // The manager's life cycle, its request queue and the worker thread that works it off.
 #include "IqaTaskManager.h"
 
+#include "DumpJournal.h"
 #include "IqaCompSim.h"
 #include "IqaLog.h"
 #include "IqaProcessData.h"
@@ -80,6 +81,8 @@ void IqaTaskManager::SetStopStatus(bool value) {
 }
 
 void IqaTaskManager::ProcessRequests() {
+    // A photo torn by a crash during an earlier process's dump is completed before anything else.
+    RecoverDumps(kCameraFolder);
     for (;;) {
         Request request{};
         {

@@ -2,15 +2,18 @@
 #include "IqaUpLoad.h"
 
 #include <algorithm>
+#include <cerrno>
 
-#include "FileGrowth.h"
+#include "ByteSource.h"
+#include "DumpJournal.h"
+#include "FileCalls.h"
 #include "IqaLog.h"
+#include "JpegStream.h"
 #include "MallocBlock.h"
 #include "McsService.h"
 #include "PhotoTrailer.h"
 #include "ResolvedPath.h"
 #include "SafeCopy.h"
-#include "ScopedFile.h"
 
 namespace IQA {
 
@@ -25,6 +28,33 @@ struct DataHeader {
 };
 static_assert(sizeof(DataHeader) == kDataHeaderSize, "file format: 12-byte data header");
 
+// The photo's folder and file name, from its resolved path.
+struct PhotoPlace {
+    std::string folder;
+    std::string name;
+};
+
+PhotoPlace Place(const std::string& resolved) {
+    const size_t slash = resolved.rfind('/');
+    return {resolved.substr(0, slash), resolved.substr(slash + 1)};
+}
+
+// A JPEG photo's trailer is whole only when its record chain closes exactly where the JPEG
+// stream ends; other files keep the header checks alone.
+bool TrailerWhole(ByteSource& photo) {
+    uint64_t imageEnd = 0;
+    switch (FindJpegEnd(photo, &imageEnd)) {
+        case JpegEnd::kNotJpeg:
+            return true;
+        case JpegEnd::kNoEnd:
+            return false;
+        case JpegEnd::kFound:
+            break;
+    }
+    TrailerChain chain;
+    return WalkTrailer(photo, imageEnd, &chain);
+}
+
 // Copies a custom buffer of any size: the bounded copy refuses more than RSIZE_MAX_MEM bytes
 // at once, and a refused copy must never leave an unwritten gap in a record bound for a photo.
 void CopyCustomBuffer(unsigned char* block, const unsigned char* buffer, size_t size) {
@@ -38,7 +68,7 @@ void CopyCustomBuffer(unsigned char* block, const unsigned char* buffer, size_t 
 
 // The new record: custom buffer, descriptor and data header, then the old tail read back from
 // the file. Returns false if the tail could not be read whole.
-bool FillRecord(FILE* file, const TrailerTail& tail, const unsigned char* buffer,
+bool FillRecord(int photo, const TrailerTail& tail, const unsigned char* buffer,
                 ImageDumpExpand* descriptor, unsigned char* block) {
     const size_t size = static_cast<size_t>(descriptor->size);
     CopyCustomBuffer(block, buffer, size);
@@ -59,9 +89,46 @@ bool FillRecord(FILE* file, const TrailerTail& tail, const unsigned char* buffer
         kTagUpLoad, "SaveCustomBuffer",
         memcpy_s(block + size + kDescriptorSize, kDataHeaderSize, &header, sizeof(header)));
     unsigned char* oldTail = block + size + kDescriptorSize + kDataHeaderSize;
-    const size_t tailLength = static_cast<size_t>(tail.length);
-    return fseeko(file, static_cast<off_t>(tail.offset), SEEK_SET) == 0 &&
-           fread(oldTail, 1, tailLength, file) == tailLength;
+    return ReadFully(photo, static_cast<uint64_t>(tail.offset), oldTail,
+                     static_cast<size_t>(tail.length));
+}
+
+bool OutOfSpace(int error) {
+    return error == ENOSPC || error == EFBIG || error == EDQUOT;
+}
+
+// Reserves the space, journals the new tail, writes it into the photo and commits, logging how
+// the photo ended up: unchanged, holding the record, or completed by the next recovery.
+void InsertRecord(int photo, const PhotoPlace& place, const TrailerTail& tail,
+                  const MallocBlock& block, const std::string& path) {
+    const uint64_t growth = block.size() - static_cast<uint64_t>(tail.length);
+    JournalHeader header = {
+        0, 0,           static_cast<uint64_t>(tail.fileLength), static_cast<uint64_t>(tail.offset),
+        0, block.size()};
+    Journal journal(place.folder, place.name);
+    if (!ReserveSpace(photo, static_cast<uint64_t>(tail.fileLength), growth) ||
+        !IdentifyPhoto(photo, &header) || !journal.Write(header, block.get())) {
+        if (OutOfSpace(errno)) {
+            IQA_LOG_OP(ANDROID_LOG_ERROR, kTagUpLoad, "SaveCustomBuffer",
+                       "IqaUpLoad SaveBuffer: no space to grow %s.", path.c_str());
+        } else {
+            IQA_LOG_OP(ANDROID_LOG_ERROR, kTagUpLoad, "SaveCustomBuffer",
+                       "IqaUpLoad SaveBuffer: Failed to write %s, it is unchanged.", path.c_str());
+        }
+        return;
+    }
+    // A second try outlasts a passing error; a lasting one leaves the journal to recovery.
+    const uint64_t offset = static_cast<uint64_t>(tail.offset);
+    if (!ApplyTail(photo, offset, block.get(), block.size()) &&
+        !ApplyTail(photo, offset, block.get(), block.size())) {
+        IQA_LOG_OP(ANDROID_LOG_ERROR, kTagUpLoad, "SaveCustomBuffer",
+                   "IqaUpLoad SaveBuffer: Failed to write %s, the next recovery completes it.",
+                   path.c_str());
+        return;
+    }
+    journal.Remove();  // if it stays, replaying it changes nothing
+    IQA_LOG_OP(ANDROID_LOG_INFO, kTagUpLoad, "SaveCustomBuffer", "save custombuffer in %s.",
+               path.c_str());
 }
 
 }  // namespace
@@ -77,13 +144,17 @@ void IqaUpLoad::SaveCustomBuffer(const std::string& path, const unsigned char* b
         return;
     }
     IQA_LOGI(kTagUpLoad, "Resolved path:%s ", resolved.path);
-    ScopedFile file(resolved.path, "rb+");
-    if (!file) {
+    const PhotoPlace place = Place(resolved.path);
+    RecoverDumps(place.folder);  // a photo torn by an earlier crash is completed first
+    const ScopedFd photo(OpenRegularFile(resolved.path, O_RDWR));
+    if (photo.get() < 0) {
         IQA_LOGE(kTagUpLoad, "IqaUpLoad SaveBuffer: can't open %s", path.c_str());
         return;
     }
+    FileSource source(photo.get(),
+                      static_cast<uint64_t>(std::max<int64_t>(0, FileLength(photo.get()))));
     TrailerTail tail{};
-    switch (LocateLastRecord(file.get(), &tail)) {
+    switch (LocateLastRecord(source, &tail)) {
         case TrailerStatus::kNoFileHeader:
             IQA_LOGE(kTagUpLoad, "IqaUpLoad SaveBuffer: Failed to read file header: %s.",
                      path.c_str());
@@ -97,32 +168,36 @@ void IqaUpLoad::SaveCustomBuffer(const std::string& path, const unsigned char* b
         case TrailerStatus::kFound:
             break;
     }
+    if (!TrailerWhole(source)) {
+        IQA_LOGE(kTagUpLoad, "IqaUpLoad SaveBuffer: damaged trailer, not written: %s.",
+                 path.c_str());
+        return;
+    }
     if (imageDumpExpand == nullptr || imageDumpExpand->size < 0 ||
         (buffer == nullptr && imageDumpExpand->size > 0)) {
         IQA_LOGE(kTagUpLoad, "IqaUpLoad SaveBuffer: no custom buffer for %s.", path.c_str());
         return;
     }
+    if (JournalPending(place.folder, place.name)) {
+        IQA_LOGE(kTagUpLoad, "IqaUpLoad SaveBuffer: an earlier record is still pending in %s.",
+                 path.c_str());
+        return;
+    }
     const int64_t growth = imageDumpExpand->size + kDescriptorSize + kDataHeaderSize;
+    if (!WithinFileSizeLimit(static_cast<uint64_t>(tail.fileLength + growth))) {
+        IQA_LOGE(kTagUpLoad, "IqaUpLoad SaveBuffer: no space to grow %s.", path.c_str());
+        return;
+    }
     MallocBlock block(static_cast<size_t>(growth + tail.length), MallocBlock::Fill::kZero);
     if (!block) {
         IQA_LOGE(kTagUpLoad, "memory allocation failed");
         return;
     }
-    const unsigned char* oldTail = block.get() + growth;
-    if (!FillRecord(file.get(), tail, buffer, imageDumpExpand, block.get())) {
+    if (!FillRecord(photo.get(), tail, buffer, imageDumpExpand, block.get())) {
         IQA_LOGE(kTagUpLoad, "IqaUpLoad SaveBuffer: Failed to read file tail: %s.", path.c_str());
         return;
     }
-    if (!ReserveGrowth(file.get(), tail.fileLength, growth)) {
-        IQA_LOGE(kTagUpLoad, "IqaUpLoad SaveBuffer: no space to grow %s.", path.c_str());
-        return;
-    }
-    if (!WriteDurably(file.get(), tail.offset, block.get(), block.size(), oldTail,
-                      static_cast<size_t>(tail.length), tail.fileLength)) {
-        IQA_LOGE(kTagUpLoad, "IqaUpLoad SaveBuffer: Failed to write %s.", path.c_str());
-        return;
-    }
-    IQA_LOGI(kTagUpLoad, "save custombuffer in %s.", path.c_str());
+    InsertRecord(photo.get(), place, tail, block, path);
 }
 
 void IqaUpLoad::UpLoadBigData(const std::string& jpegName, unsigned char anomType) {

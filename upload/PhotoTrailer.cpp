@@ -1,49 +1,92 @@
-// The trailer walk of the dump: file header, then the data header of the last record.
+// The trailer walks: the dump's two nearest headers, and the whole chain back to the image.
 #include "PhotoTrailer.h"
 
-#include <sys/types.h>
+#include <algorithm>
+#include <cstring>
 
 namespace IQA {
 
 namespace {
-
-bool ReadAt(FILE* file, int64_t offset, unsigned char* out, size_t count) {
-    return fseeko(file, static_cast<off_t>(offset), SEEK_SET) == 0 &&
-           fread(out, 1, count, file) == count;
-}
 
 uint32_t LittleEndian32(const unsigned char* p) {
     return static_cast<uint32_t>(p[0]) | static_cast<uint32_t>(p[1]) << 8 |
            static_cast<uint32_t>(p[2]) << 16 | static_cast<uint32_t>(p[3]) << 24;
 }
 
+bool ReadLength(ByteSource& source, uint64_t offset, uint32_t* length) {
+    unsigned char bytes[4];
+    if (!source.Read(offset, bytes, sizeof(bytes))) {
+        return false;
+    }
+    *length = LittleEndian32(bytes);
+    return true;
+}
+
+bool Fail(TrailerChain* chain, const char* problem) {
+    chain->problem = problem;
+    return false;
+}
+
 }  // namespace
 
-TrailerStatus LocateLastRecord(FILE* file, TrailerTail* tail) {
-    if (fseeko(file, 0, SEEK_END) != 0) {
+TrailerStatus LocateLastRecord(ByteSource& source, TrailerTail* tail) {
+    const int64_t length = static_cast<int64_t>(source.Size());
+    uint32_t otherLength = 0;
+    if (length < kFileHeaderSize || !ReadLength(source, length - kFileHeaderSize, &otherLength)) {
         return TrailerStatus::kNoFileHeader;
     }
-    const int64_t length = ftello(file);
-    unsigned char fileHeader[kFileHeaderSize];
-    if (length < kFileHeaderSize ||
-        !ReadAt(file, length - kFileHeaderSize, fileHeader, sizeof(fileHeader))) {
-        return TrailerStatus::kNoFileHeader;
-    }
-    const int64_t otherLength = LittleEndian32(fileHeader);
     const int64_t dataHeaderAt = length - kFileHeaderSize - otherLength - kDataHeaderSize;
     if (dataHeaderAt < 0) {
         return TrailerStatus::kOutside;
     }
-    unsigned char dataHeader[kDataHeaderSize];
-    if (!ReadAt(file, dataHeaderAt, dataHeader, sizeof(dataHeader))) {
+    uint32_t payloadLength = 0;
+    if (!ReadLength(source, dataHeaderAt, &payloadLength)) {
         return TrailerStatus::kNoDataHeader;
     }
-    const int64_t payloadAt = dataHeaderAt - static_cast<int64_t>(LittleEndian32(dataHeader));
+    const int64_t payloadAt = dataHeaderAt - static_cast<int64_t>(payloadLength);
     if (payloadAt < 1) {
         return TrailerStatus::kOutside;
     }
     *tail = TrailerTail{length, payloadAt, length - payloadAt};
     return TrailerStatus::kFound;
+}
+
+bool WalkTrailer(ByteSource& source, uint64_t imageEnd, TrailerChain* chain) {
+    *chain = TrailerChain();
+    const uint64_t size = source.Size();
+    if (size < imageEnd || size - imageEnd < kFileHeaderSize + kDataHeaderSize ||
+        !ReadLength(source, size - kFileHeaderSize, &chain->otherLength)) {
+        return Fail(chain, "file too short for a trailer");
+    }
+    uint64_t position = size - kFileHeaderSize;
+    if (chain->otherLength > position - imageEnd - kDataHeaderSize) {
+        return Fail(chain, "other-data length points into the image data");
+    }
+    position -= chain->otherLength;
+    while (position > imageEnd) {
+        if (position - imageEnd < kDataHeaderSize) {
+            return Fail(chain, "the record chain does not end where the image data ends");
+        }
+        const uint64_t header = position - kDataHeaderSize;
+        unsigned char bytes[kDataHeaderSize];
+        if (!source.Read(header, bytes, sizeof(bytes))) {
+            return Fail(chain, "a record header cannot be read");
+        }
+        if (std::all_of(bytes, bytes + sizeof(bytes), [](unsigned char b) { return b == 0; })) {
+            return Fail(chain, "a record header of zeros (a torn write)");
+        }
+        const uint32_t payload = LittleEndian32(bytes);
+        if (payload > header - imageEnd) {
+            return Fail(chain, "a record length points into the image data");
+        }
+        const char* tag = reinterpret_cast<const char*>(bytes + 4);
+        chain->records.push_back({header - payload, payload, std::string(tag, strnlen(tag, 8))});
+        position = header - payload;
+    }
+    if (chain->records.empty()) {
+        return Fail(chain, "no record before the other data");
+    }
+    return true;
 }
 
 }  // namespace IQA

@@ -1,9 +1,13 @@
-// Locating the last record of a photo file's trailer, reading from the end backwards.
+// A photo file's trailer, read from the end backwards: the file header, the other data, and a
+// chain of records (payload, then a 12-byte data header) back to the end of the image data.
 #ifndef IQA_UPLOAD_PHOTO_TRAILER_H
 #define IQA_UPLOAD_PHOTO_TRAILER_H
 
 #include <cstdint>
-#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "ByteSource.h"
 
 namespace IQA {
 
@@ -24,9 +28,26 @@ enum class TrailerStatus {
     kOutside,       // the lengths point at or before the start of the file
 };
 
-// Reads the two headers through file; every seek and read is checked. Lengths are added in
-// 64 bits, so no header value can wrap around into a region inside the file.
-TrailerStatus LocateLastRecord(FILE* file, TrailerTail* tail);
+// Reads the two headers nearest the end. Lengths are added in 64 bits, so no header value can
+// wrap around into a region inside the file.
+TrailerStatus LocateLastRecord(ByteSource& source, TrailerTail* tail);
+
+struct TrailerRecord {
+    uint64_t payloadOffset;
+    uint32_t payloadLength;
+    std::string tag;  // the header's 8 tag bytes up to the first NUL
+};
+
+struct TrailerChain {
+    uint32_t otherLength = 0;
+    std::vector<TrailerRecord> records;  // the file's last record first
+    const char* problem = nullptr;       // why the chain is not whole; null when it is
+};
+
+// Walks the whole chain from the file header back to `imageEnd`. It is whole when it has at
+// least one record and closes exactly at imageEnd; a data header of twelve zero bytes (what a
+// torn write leaves) breaks it. Records read before a break are kept in chain->records.
+bool WalkTrailer(ByteSource& source, uint64_t imageEnd, TrailerChain* chain);
 
 }  // namespace IQA
 

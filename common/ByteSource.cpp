@@ -1,0 +1,53 @@
+// Bounded reads from memory and from a file through a read window.
+#include "ByteSource.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "FileCalls.h"
+
+namespace IQA {
+
+namespace {
+
+bool Inside(uint64_t offset, size_t count, uint64_t size) {
+    return offset <= size && count <= size - offset;
+}
+
+}  // namespace
+
+bool MemorySource::Read(uint64_t offset, unsigned char* out, size_t count) {
+    if (!Inside(offset, count, size_)) {
+        return false;
+    }
+    std::memcpy(out, bytes_ + offset, count);
+    return true;
+}
+
+bool FileSource::Read(uint64_t offset, unsigned char* out, size_t count) {
+    if (!Inside(offset, count, size_)) {
+        return false;
+    }
+    const auto inWindow = [&] {
+        return offset >= windowStart_ && offset + count <= windowStart_ + window_.size();
+    };
+    if (!inWindow()) {
+        if (count > kWindow / 2) {
+            return ReadFully(fd_, offset, out, count);
+        }
+        // A walk backwards (below the window) finds its next headers just before the request.
+        const bool backwards = offset < windowStart_;
+        windowStart_ = !backwards                 ? offset
+                       : offset + count > kWindow ? offset + count - kWindow
+                                                  : 0;
+        window_.resize(static_cast<size_t>(std::min<uint64_t>(kWindow, size_ - windowStart_)));
+        if (!ReadFully(fd_, windowStart_, window_.data(), window_.size())) {
+            window_.clear();
+            return false;
+        }
+    }
+    std::memcpy(out, window_.data() + (offset - windowStart_), count);
+    return true;
+}
+
+}  // namespace IQA

@@ -1,0 +1,160 @@
+// The hooked file system calls and the regular-file rule for opening.
+#include "FileCalls.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+
+namespace IQA {
+
+namespace {
+
+std::atomic<FileCallHook> gHook{nullptr};
+
+// 0 when the call may go ahead; otherwise errno is set and the call must fail.
+int Intercept(FileCall call, size_t* count = nullptr) {
+    const FileCallHook hook = gHook.load();
+    size_t unused = 0;
+    const int error = hook == nullptr ? 0 : hook(call, count != nullptr ? count : &unused);
+    if (error != 0) {
+        errno = error;
+    }
+    return error;
+}
+
+int OpenChecked(const char* path, int flags, mode_t mode) {
+    if (Intercept(FileCall::kOpen) != 0) {
+        return -1;
+    }
+    // O_NONBLOCK: opening a FIFO for reading would otherwise wait for a writer for ever.
+    const int fd = open(path, flags | O_NONBLOCK | O_CLOEXEC | O_NOCTTY, mode);
+    if (fd < 0) {
+        return -1;
+    }
+    struct stat status = {};
+    if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
+        close(fd);
+        errno = EINVAL;
+        return -1;
+    }
+    return fd;
+}
+
+}  // namespace
+
+void SetFileCallHook(FileCallHook hook) {
+    gHook.store(hook);
+}
+
+int OpenRegularFile(const char* path, int flags) {
+    return OpenChecked(path, flags, 0);
+}
+
+int CreateFile(const char* path) {
+    return OpenChecked(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW, 0644);
+}
+
+void CloseFile(int fd) {
+    if (fd >= 0) {
+        close(fd);
+    }
+}
+
+int64_t FileLength(int fd) {
+    struct stat status = {};
+    return fstat(fd, &status) == 0 ? static_cast<int64_t>(status.st_size) : -1;
+}
+
+bool ReadFully(int fd, uint64_t offset, void* out, size_t count) {
+    auto* bytes = static_cast<unsigned char*>(out);
+    while (count > 0) {
+        size_t chunk = count;
+        if (Intercept(FileCall::kRead, &chunk) != 0) {
+            return false;
+        }
+        const ssize_t n = pread(fd, bytes, chunk, static_cast<off_t>(offset));
+        if (n < 0 && errno == EINTR) {
+            continue;
+        }
+        if (n <= 0) {
+            return false;
+        }
+        bytes += n, offset += static_cast<uint64_t>(n), count -= static_cast<size_t>(n);
+    }
+    return true;
+}
+
+bool WriteFully(int fd, uint64_t offset, const void* data, size_t count) {
+    const auto* bytes = static_cast<const unsigned char*>(data);
+    while (count > 0) {
+        size_t chunk = count;
+        if (Intercept(FileCall::kWrite, &chunk) != 0) {
+            return false;
+        }
+        const ssize_t n = pwrite(fd, bytes, chunk, static_cast<off_t>(offset));
+        if (n < 0 && errno == EINTR) {
+            continue;
+        }
+        if (n <= 0) {
+            return false;
+        }
+        bytes += n, offset += static_cast<uint64_t>(n), count -= static_cast<size_t>(n);
+    }
+    return true;
+}
+
+bool SyncFile(int fd) {
+    return Intercept(FileCall::kSync) == 0 && fsync(fd) == 0;
+}
+
+bool SyncFolder(const char* folder) {
+    if (Intercept(FileCall::kSync) != 0) {
+        return false;
+    }
+    const int fd = open(folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0) {
+        return false;
+    }
+    const bool synced = fsync(fd) == 0;
+    close(fd);
+    return synced;
+}
+
+bool ReserveSpace(int fd, uint64_t offset, uint64_t length) {
+    if (Intercept(FileCall::kAllocate) != 0) {
+        return false;
+    }
+#ifdef FALLOC_FL_KEEP_SIZE
+    if (fallocate(fd, FALLOC_FL_KEEP_SIZE, static_cast<off_t>(offset),
+                  static_cast<off_t>(length)) != 0) {
+        return errno == EOPNOTSUPP || errno == ENOSYS;
+    }
+#else
+    (void)fd, (void)offset, (void)length;
+#endif
+    return true;
+}
+
+bool RenameFile(const char* from, const char* to) {
+    return Intercept(FileCall::kRename) == 0 && rename(from, to) == 0;
+}
+
+bool UnlinkFile(const char* path) {
+    return Intercept(FileCall::kUnlink) == 0 && (unlink(path) == 0 || errno == ENOENT);
+}
+
+bool MakeFolder(const char* path, mode_t mode) {
+    if (Intercept(FileCall::kMakeFolder) != 0) {
+        return false;
+    }
+    struct stat status = {};
+    if (mkdir(path, mode) != 0 && errno != EEXIST) {
+        return false;
+    }
+    return lstat(path, &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+}  // namespace IQA

@@ -1,0 +1,324 @@
+// The journal's file format, its durable writing, and the recovery that replays it.
+#include "DumpJournal.h"
+
+#include <dirent.h>
+#include <sys/file.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <vector>
+
+#include "FileCalls.h"
+#include "IqaLog.h"
+#include "MallocBlock.h"
+
+namespace IQA {
+
+namespace {
+
+// Journals sit in the library's own backup folder beside the photos.
+constexpr char kFolderName[] = "iqathumb";
+constexpr char kSuffix[] = ".iqajournal";
+constexpr char kUnfinished[] = ".new";  // behind kSuffix while the journal is being written
+constexpr unsigned char kMagic[8] = {'I', 'Q', 'A', 'J', 'R', 'N', 'L', '1'};
+constexpr size_t kFields = 6;
+constexpr size_t kHeaderBytes = sizeof(kMagic) + 8 * kFields;
+constexpr size_t kChecksumBytes = 8;
+constexpr uint64_t kFingerprintSpan = 4096;
+constexpr mode_t kFolderMode = 0775;               // as the batch run creates the backup folder
+constexpr const char* kRecovery = "RecoverDumps";  // the operation every recovery line names
+
+// 64-bit FNV-1a: enough to tell a journal damaged on storage or made by someone else from ours.
+class Checksum {
+  public:
+    void Add(const unsigned char* bytes, size_t count) {
+        for (size_t i = 0; i < count; ++i) {
+            value_ = (value_ ^ bytes[i]) * 0x100000001b3ULL;
+        }
+    }
+    uint64_t value() const { return value_; }
+
+  private:
+    uint64_t value_ = 0xcbf29ce484222325ULL;
+};
+
+void PutU64(unsigned char* out, uint64_t value) {
+    for (int i = 0; i < 8; ++i) {
+        out[i] = static_cast<unsigned char>(value >> (8 * i));
+    }
+}
+
+uint64_t GetU64(const unsigned char* in) {
+    uint64_t value = 0;
+    for (int i = 7; i >= 0; --i) {
+        value = value << 8 | in[i];
+    }
+    return value;
+}
+
+void Encode(const JournalHeader& h, unsigned char* out) {
+    std::memcpy(out, kMagic, sizeof(kMagic));
+    const uint64_t fields[kFields] = {h.device, h.inode,       h.oldLength,
+                                      h.offset, h.fingerprint, h.tailLength};
+    for (size_t i = 0; i < kFields; ++i) {
+        PutU64(out + sizeof(kMagic) + 8 * i, fields[i]);
+    }
+}
+
+// A whole journal of `size` bytes: magic, header, tail, and a checksum that matches.
+bool Decode(const unsigned char* bytes, size_t size, JournalHeader* h) {
+    if (size < kHeaderBytes + kChecksumBytes || std::memcmp(bytes, kMagic, sizeof(kMagic)) != 0) {
+        return false;
+    }
+    uint64_t* fields[kFields] = {&h->device, &h->inode,       &h->oldLength,
+                                 &h->offset, &h->fingerprint, &h->tailLength};
+    for (size_t i = 0; i < kFields; ++i) {
+        *fields[i] = GetU64(bytes + sizeof(kMagic) + 8 * i);
+    }
+    Checksum sum;
+    sum.Add(bytes, size - kChecksumBytes);
+    return h->tailLength == size - kHeaderBytes - kChecksumBytes &&
+           sum.value() == GetU64(bytes + size - kChecksumBytes);
+}
+
+bool Fingerprint(int photo, uint64_t offset, uint64_t* fingerprint) {
+    const size_t span = static_cast<size_t>(std::min(offset, kFingerprintSpan));
+    std::vector<unsigned char> bytes(span);
+    if (!ReadFully(photo, offset - span, bytes.data(), span)) {
+        return false;
+    }
+    Checksum sum;
+    sum.Add(bytes.data(), span);
+    *fingerprint = sum.value();
+    return true;
+}
+
+bool EndsWith(const std::string& s, const std::string& suffix) {
+    return s.size() > suffix.size() &&
+           s.compare(s.size() - suffix.size(), suffix.size(), suffix) == 0;
+}
+
+std::vector<std::string> JournalFiles(const std::string& folder) {
+    std::vector<std::string> names;
+    DIR* dir = opendir(folder.c_str());
+    if (dir == nullptr) {
+        return names;
+    }
+    while (const dirent* entry = readdir(dir)) {
+        const std::string name = entry->d_name;
+        if (EndsWith(name, kSuffix) || EndsWith(name, std::string(kSuffix) + kUnfinished)) {
+            names.push_back(name);
+        }
+    }
+    closedir(dir);
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+// Taken by a dump for its journal's whole life; recovery skips what it cannot take.
+bool HeldByLiveDump(int fd) {
+    return flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+}
+
+enum class Replay { kDone, kStale, kFailed };
+
+Replay ReplayInto(const std::string& photoPath, const JournalHeader& h, const unsigned char* tail) {
+    const ScopedFd photo(OpenRegularFile(photoPath.c_str(), O_RDWR | O_NOFOLLOW));
+    if (photo.get() < 0) {
+        return errno == ENOENT || errno == EINVAL || errno == ELOOP ? Replay::kStale
+                                                                    : Replay::kFailed;
+    }
+    struct stat status = {};
+    if (fstat(photo.get(), &status) != 0) {
+        return Replay::kFailed;
+    }
+    const uint64_t length = static_cast<uint64_t>(status.st_size);
+    uint64_t fingerprint = 0;
+    if (static_cast<uint64_t>(status.st_dev) != h.device ||
+        static_cast<uint64_t>(status.st_ino) != h.inode || length < h.offset ||
+        length > h.offset + h.tailLength) {
+        return Replay::kStale;
+    }
+    if (!Fingerprint(photo.get(), h.offset, &fingerprint)) {
+        return Replay::kFailed;
+    }
+    if (fingerprint != h.fingerprint) {
+        return Replay::kStale;
+    }
+    return ApplyTail(photo.get(), h.offset, tail, static_cast<size_t>(h.tailLength))
+               ? Replay::kDone
+               : Replay::kFailed;
+}
+
+void RecoverJournal(const std::string& folder, const std::string& file,
+                    const std::string& photoPath, Recovery* recovery) {
+    const std::string path = folder + "/" + file;
+    const ScopedFd journal(OpenRegularFile(path.c_str(), O_RDONLY | O_NOFOLLOW));
+    if (journal.get() < 0 || HeldByLiveDump(journal.get())) {
+        return;
+    }
+    const int64_t size = FileLength(journal.get());
+    MallocBlock bytes(size > 0 ? static_cast<size_t>(size) : 0, MallocBlock::Fill::kNone);
+    if (!bytes || !ReadFully(journal.get(), 0, bytes.get(), bytes.size())) {
+        ++recovery->kept;
+        IQA_LOG_OP(ANDROID_LOG_ERROR, kTagUpLoad, kRecovery,
+                   "could not read the journal of %s; it is kept", photoPath.c_str());
+        return;
+    }
+    JournalHeader header = {};
+    if (!Decode(bytes.get(), bytes.size(), &header)) {
+        UnlinkFile(path.c_str());
+        ++recovery->discarded;
+        IQA_LOG_OP(ANDROID_LOG_ERROR, kTagUpLoad, kRecovery, "discarded a damaged journal of %s",
+                   photoPath.c_str());
+        return;
+    }
+    switch (ReplayInto(photoPath, header, bytes.get() + kHeaderBytes)) {
+        case Replay::kDone:
+            UnlinkFile(path.c_str());  // if it stays, replaying it again changes nothing
+            ++recovery->completed;
+            IQA_LOG_OP(ANDROID_LOG_INFO, kTagUpLoad, kRecovery, "completed the record in %s",
+                       photoPath.c_str());
+            return;
+        case Replay::kStale:
+            UnlinkFile(path.c_str());
+            ++recovery->discarded;
+            IQA_LOG_OP(ANDROID_LOG_ERROR, kTagUpLoad, kRecovery,
+                       "discarded the journal of %s: the photo is gone or was replaced",
+                       photoPath.c_str());
+            return;
+        case Replay::kFailed:
+            ++recovery->kept;
+            IQA_LOG_OP(ANDROID_LOG_ERROR, kTagUpLoad, kRecovery,
+                       "could not complete the record in %s; the journal is kept",
+                       photoPath.c_str());
+            return;
+    }
+}
+
+// A journal that never got its final name: the photo was not touched for it.
+void DiscardUnfinished(const std::string& folder, const std::string& file,
+                       const std::string& photoPath, Recovery* recovery) {
+    const std::string path = folder + "/" + file;
+    const ScopedFd journal(OpenRegularFile(path.c_str(), O_RDONLY | O_NOFOLLOW));
+    if (journal.get() < 0 || HeldByLiveDump(journal.get())) {
+        return;
+    }
+    UnlinkFile(path.c_str());
+    ++recovery->discarded;
+    IQA_LOG_OP(ANDROID_LOG_INFO, kTagUpLoad, kRecovery,
+               "discarded an unfinished journal of %s; the photo was not changed",
+               photoPath.c_str());
+}
+
+}  // namespace
+
+std::string JournalFolder(const std::string& photoFolder) {
+    return photoFolder + "/" + kFolderName;
+}
+
+bool IdentifyPhoto(int photo, JournalHeader* header) {
+    struct stat status = {};
+    if (fstat(photo, &status) != 0) {
+        return false;
+    }
+    header->device = static_cast<uint64_t>(status.st_dev);
+    header->inode = static_cast<uint64_t>(status.st_ino);
+    return Fingerprint(photo, header->offset, &header->fingerprint);
+}
+
+Journal::Journal(const std::string& photoFolder, const std::string& photoName)
+    : folder_(JournalFolder(photoFolder)), path_(folder_ + "/" + photoName + kSuffix) {}
+
+Journal::~Journal() {
+    CloseFile(fd_);
+}
+
+bool Journal::Write(const JournalHeader& header, const unsigned char* tail) {
+    if (!WithinFileSizeLimit(kHeaderBytes + header.tailLength + kChecksumBytes)) {
+        errno = EFBIG;
+        return false;
+    }
+    if (!MakeFolder(folder_.c_str(), kFolderMode)) {
+        return false;
+    }
+    const std::string unfinished = path_ + kUnfinished;
+    fd_ = CreateFile(unfinished.c_str());
+    if (fd_ < 0) {
+        return false;
+    }
+    flock(fd_, LOCK_EX);  // released when the dump closes it, or dies
+    unsigned char head[kHeaderBytes];
+    Encode(header, head);
+    Checksum sum;
+    sum.Add(head, sizeof(head));
+    sum.Add(tail, static_cast<size_t>(header.tailLength));
+    unsigned char end[kChecksumBytes];
+    PutU64(end, sum.value());
+    const uint64_t endAt = kHeaderBytes + header.tailLength;
+    if (!WriteFully(fd_, 0, head, sizeof(head)) ||
+        !WriteFully(fd_, kHeaderBytes, tail, static_cast<size_t>(header.tailLength)) ||
+        !WriteFully(fd_, endAt, end, sizeof(end)) || !SyncFile(fd_) ||
+        !RenameFile(unfinished.c_str(), path_.c_str())) {
+        const int error = errno;
+        UnlinkFile(unfinished.c_str());
+        errno = error;
+        return false;
+    }
+    if (SyncFolder(folder_.c_str())) {
+        return true;
+    }
+    // Without a durable journal a power cut could tear the photo: take the journal back. If even
+    // that fails, it stands, and the dump goes on under its protection.
+    const int error = errno;
+    if (UnlinkFile(path_.c_str())) {
+        errno = error;
+        return false;
+    }
+    return true;
+}
+
+bool Journal::Remove() {
+    return UnlinkFile(path_.c_str());
+}
+
+bool WithinFileSizeLimit(uint64_t length) {
+    struct rlimit limit = {};
+    return getrlimit(RLIMIT_FSIZE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY ||
+           length <= static_cast<uint64_t>(limit.rlim_cur);
+}
+
+bool ApplyTail(int photo, uint64_t offset, const unsigned char* tail, size_t length) {
+    if (!WithinFileSizeLimit(offset + length)) {
+        errno = EFBIG;
+        return false;
+    }
+    return WriteFully(photo, offset, tail, length) && SyncFile(photo);
+}
+
+Recovery RecoverDumps(const std::string& photoFolder) {
+    Recovery recovery;
+    const std::string folder = JournalFolder(photoFolder);
+    for (const std::string& file : JournalFiles(folder)) {
+        const bool unfinished = EndsWith(file, kUnfinished);
+        const size_t suffix = sizeof(kSuffix) - 1 + (unfinished ? sizeof(kUnfinished) - 1 : 0);
+        const std::string photoPath = photoFolder + "/" + file.substr(0, file.size() - suffix);
+        if (unfinished) {
+            DiscardUnfinished(folder, file, photoPath, &recovery);
+        } else {
+            RecoverJournal(folder, file, photoPath, &recovery);
+        }
+    }
+    return recovery;
+}
+
+bool JournalPending(const std::string& photoFolder, const std::string& photoName) {
+    const std::string path = JournalFolder(photoFolder) + "/" + photoName + kSuffix;
+    struct stat status = {};
+    return lstat(path.c_str(), &status) == 0 || lstat((path + kUnfinished).c_str(), &status) == 0;
+}
+
+}  // namespace IQA

@@ -1,0 +1,162 @@
+// The marker walk that finds the end of a JPEG stream.
+#include "JpegStream.h"
+
+#include <algorithm>
+#include <cstring>
+#include <vector>
+
+namespace IQA {
+
+namespace {
+
+constexpr unsigned char kMarkerByte = 0xFF;
+constexpr unsigned char kStuffed = 0x00;
+constexpr unsigned char kTem = 0x01;
+constexpr unsigned char kRst0 = 0xD0, kRst7 = 0xD7;
+constexpr unsigned char kSoi = 0xD8, kEoi = 0xD9, kSos = 0xDA;
+constexpr size_t kChunk = 64 * 1024;
+
+// Forward reads through a chunk of the source.
+class Cursor {
+  public:
+    explicit Cursor(ByteSource& source) : source_(source), chunk_(kChunk) {}
+
+    uint64_t position() const { return position_; }
+    // False at the end of the source or when a read fails.
+    bool Next(unsigned char* byte) {
+        if (!Load()) {
+            return false;
+        }
+        *byte = chunk_[position_++ - chunkStart_];
+        return true;
+    }
+    // Back to a position already passed (still inside the source).
+    void Seek(uint64_t position) { position_ = position; }
+    bool Skip(uint64_t count) {
+        if (count > source_.Size() - position_) {
+            return false;
+        }
+        position_ += count;
+        return true;
+    }
+    // Moves to the next 0xFF at or after the position, in whole chunks at a time.
+    bool FindMarkerByte() {
+        while (Load()) {
+            const unsigned char* from = chunk_.data() + (position_ - chunkStart_);
+            const size_t left = chunkLength_ - (position_ - chunkStart_);
+            const void* hit = std::memchr(from, kMarkerByte, left);
+            if (hit != nullptr) {
+                position_ += static_cast<const unsigned char*>(hit) - from;
+                return true;
+            }
+            position_ += left;
+        }
+        return false;
+    }
+
+  private:
+    bool Load() {
+        if (position_ >= chunkStart_ && position_ < chunkStart_ + chunkLength_) {
+            return true;
+        }
+        if (position_ >= source_.Size()) {
+            return false;
+        }
+        chunkStart_ = position_;
+        chunkLength_ = static_cast<size_t>(std::min<uint64_t>(kChunk, source_.Size() - position_));
+        if (!source_.Read(chunkStart_, chunk_.data(), chunkLength_)) {
+            chunkLength_ = 0;
+            return false;
+        }
+        return true;
+    }
+
+    ByteSource& source_;
+    std::vector<unsigned char> chunk_;
+    uint64_t chunkStart_ = 0;
+    size_t chunkLength_ = 0;
+    uint64_t position_ = 0;
+};
+
+// The code of the next marker: bytes before its 0xFF (which a decoder skips with a warning) and
+// fill bytes are passed over.
+bool NextMarker(Cursor& cursor, unsigned char* code) {
+    if (!cursor.FindMarkerByte()) {
+        return false;
+    }
+    unsigned char byte = kMarkerByte;
+    while (byte == kMarkerByte) {
+        if (!cursor.Next(&byte)) {
+            return false;
+        }
+    }
+    *code = byte;
+    return true;
+}
+
+bool SkipSegment(Cursor& cursor) {
+    unsigned char high = 0, low = 0;
+    if (!cursor.Next(&high) || !cursor.Next(&low)) {
+        return false;
+    }
+    const unsigned length = static_cast<unsigned>(high) << 8 | low;  // counts its own 2 bytes
+    return length >= 2 && cursor.Skip(length - 2);
+}
+
+// Entropy-coded data runs to the first marker that is neither a stuffed byte nor a restart;
+// the cursor is left on that marker's 0xFF.
+bool SkipEntropyData(Cursor& cursor) {
+    for (;;) {
+        if (!cursor.FindMarkerByte()) {
+            return false;
+        }
+        const uint64_t marker = cursor.position();
+        unsigned char byte = kMarkerByte;
+        while (byte == kMarkerByte) {
+            if (!cursor.Next(&byte)) {
+                return false;
+            }
+        }
+        if (byte != kStuffed && (byte < kRst0 || byte > kRst7)) {
+            cursor.Seek(marker);
+            return true;
+        }
+    }
+}
+
+}  // namespace
+
+JpegEnd FindJpegEnd(ByteSource& source, uint64_t* end) {
+    unsigned char start[2] = {};
+    if (source.Size() < sizeof(start)) {
+        return JpegEnd::kNotJpeg;
+    }
+    if (!source.Read(0, start, sizeof(start))) {
+        return JpegEnd::kNoEnd;  // unreadable: nothing may be concluded from it
+    }
+    if (start[0] != kMarkerByte || start[1] != kSoi) {
+        return JpegEnd::kNotJpeg;
+    }
+    Cursor cursor(source);
+    cursor.Skip(2);
+    unsigned char code = 0;
+    while (NextMarker(cursor, &code)) {
+        if (code == kEoi) {
+            *end = cursor.position();
+            return JpegEnd::kFound;
+        }
+        if (code == kSoi || code == kStuffed) {
+            return JpegEnd::kNoEnd;
+        }
+        const bool standalone = code == kTem || (code >= kRst0 && code <= kRst7);
+        if (!standalone && !SkipSegment(cursor)) {
+            return JpegEnd::kNoEnd;
+        }
+        if (code == kSos && !SkipEntropyData(cursor)) {
+            return JpegEnd::kNoEnd;
+        }
+    }
+    return JpegEnd::kNoEnd;
+}
+
+}  // namespace IQA
