@@ -16,10 +16,21 @@ bool Listed(const std::vector<std::string>& list, const std::string& name) {
     return std::find(list.begin(), list.end(), key) != list.end();
 }
 
+// A name becomes a file name inside the camera folders; it must not lead out of them.
+bool PlainName(const std::string& name) {
+    const std::string key(name.c_str());
+    return key.find('/') == std::string::npos && key != "." && key != "..";
+}
+
 }  // namespace
 
 void IqaTaskManager::RegisterTask(const std::string& name) {
     IQA_LOGI(kTagTaskManager, "begin RegisterTask");
+    if (!PlainName(name)) {
+        IQA_LOGE(kTagTaskManager, "Task name is not a file name. Cannot register task: %s",
+                 name.c_str());
+        return;
+    }
     if (taskList.size() >= kRegistryCapacity) {
         IQA_LOGI(kTagTaskManager, "Task list is full. Cannot register task: %s", name.c_str());
         return;
@@ -34,6 +45,11 @@ void IqaTaskManager::RegisterTask(const std::string& name) {
 }
 
 void IqaTaskManager::AddTask(const std::string& name) {
+    if (!PlainName(name)) {
+        IQA_LOGE(kTagTaskManager, "Task name is not a file name. Cannot add task: %s",
+                 name.c_str());
+        return;
+    }
     if (Listed(taskList, name)) {
         IQA_LOGI(kTagTaskManager, "Task existed: %s ", name.c_str());
         return;
