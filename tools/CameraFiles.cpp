@@ -1,13 +1,15 @@
 // Writers and readers of the camera's thumbnail, JPEG and trailer formats.
 #include "CameraFiles.h"
 
+#include <cerrno>
 #include <csetjmp>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 
 #include <jpeglib.h>
+
+#include "FileCalls.h"
+#include "JpegStream.h"
 
 namespace iqa_tools {
 
@@ -24,44 +26,30 @@ struct JumpingErrors {
 
 void Silence(j_common_ptr) {}
 
-bool IsTagByte(unsigned char c) {
-    return c == 0 || (c >= 0x20 && c < 0x7F);
-}
-
-// A data header's tag: up to 7 printable characters, NUL-terminated and zero-filled.
-bool ReadTag(const Bytes& file, size_t offset, std::string* tag) {
-    for (size_t i = 0; i < 8; ++i) {
-        if (!IsTagByte(file[offset + i])) {
-            return false;
-        }
-    }
-    if (file[offset + 7] != 0) {
-        return false;
-    }
-    *tag = std::string(reinterpret_cast<const char*>(&file[offset]));
-    return true;
-}
-
-bool EndsJpegImage(const Bytes& file, uint64_t position) {
-    return position >= 2 && file[position - 2] == 0xFF && file[position - 1] == 0xD9;
-}
-
 }  // namespace
 
-bool ReadWholeFile(const std::string& path, Bytes* bytes) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
-        return false;
+bool ReadWholeFile(const std::string& path, Bytes* bytes, std::string* why) {
+    const IQA::ScopedFd fd(IQA::OpenRegularFile(path.c_str(), O_RDONLY));
+    const int64_t length = fd.get() < 0 ? -1 : IQA::FileLength(fd.get());
+    if (length >= 0) {
+        bytes->resize(static_cast<size_t>(length));
+        if (IQA::ReadFully(fd.get(), 0, bytes->data(), bytes->size())) {
+            return true;
+        }
     }
-    bytes->assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-    return true;
+    if (why != nullptr) {
+        *why = FileError();
+    }
+    return false;
+}
+
+std::string FileError() {
+    return errno == EINVAL ? "not a regular file" : strerror(errno);
 }
 
 bool WriteWholeFile(const std::string& path, const Bytes& bytes) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out.write(reinterpret_cast<const char*>(bytes.data()),
-              static_cast<std::streamsize>(bytes.size()));
-    return static_cast<bool>(out);
+    const IQA::ScopedFd fd(IQA::CreateFile(path.c_str()));
+    return fd.get() >= 0 && IQA::WriteFully(fd.get(), 0, bytes.data(), bytes.size());
 }
 
 uint32_t ReadU32(const Bytes& bytes, size_t offset) {
@@ -93,7 +81,8 @@ Bytes ThumbnailFile(int width, int height, const Bytes& rgb) {
     return file;
 }
 
-Bytes EncodeJpeg(const Bytes& pixels, int width, int height, int components, int quality) {
+Bytes EncodeJpeg(const Bytes& pixels, int width, int height, int components, int quality,
+                 const JpegOptions& options) {
     jpeg_compress_struct cinfo = {};
     jpeg_error_mgr errors = {};
     cinfo.err = jpeg_std_error(&errors);
@@ -107,6 +96,15 @@ Bytes EncodeJpeg(const Bytes& pixels, int width, int height, int components, int
     cinfo.in_color_space = components == 1 ? JCS_GRAYSCALE : components == 4 ? JCS_CMYK : JCS_RGB;
     jpeg_set_defaults(&cinfo);
     jpeg_set_quality(&cinfo, quality, TRUE);
+    if (options.progressive) {
+        jpeg_simple_progression(&cinfo);
+    }
+    cinfo.restart_interval = static_cast<unsigned>(options.restartInterval);
+    if (options.fullChroma && components == 3) {
+        for (int c = 0; c < 3; ++c) {
+            cinfo.comp_info[c].h_samp_factor = cinfo.comp_info[c].v_samp_factor = 1;
+        }
+    }
     jpeg_start_compress(&cinfo, TRUE);
     const size_t rowBytes = static_cast<size_t>(width) * static_cast<size_t>(components);
     while (cinfo.next_scanline < cinfo.image_height) {
@@ -166,34 +164,23 @@ Bytes Trailer(const std::vector<std::pair<std::string, Bytes>>& records, const B
 
 bool ReadTrailer(const Bytes& file, TrailerListing* listing) {
     *listing = TrailerListing();
-    if (file.size() < kFileHeaderSize + kDataHeaderSize) {
-        listing->problem = "file too short for a trailer";
-        return false;
-    }
-    uint64_t position = file.size() - kFileHeaderSize;
-    listing->otherLength = ReadU32(file, position);
-    if (listing->otherLength + kDataHeaderSize > position) {
-        listing->problem = "other-data length points before the start of the file";
-        return false;
-    }
-    position -= listing->otherLength;
-    while (!EndsJpegImage(file, position)) {
-        if (position < kDataHeaderSize) {
-            listing->problem = "record chain runs past the start of the file";
+    IQA::MemorySource source(file.data(), file.size());
+    switch (IQA::FindJpegEnd(source, &listing->imageEnd)) {
+        case IQA::JpegEnd::kNotJpeg:
+            listing->problem = "no JPEG image at the start of the file";
             return false;
-        }
-        const uint64_t header = position - kDataHeaderSize;
-        TrailerRecord record{0, ReadU32(file, header), ""};
-        if (record.payloadLength > header || !ReadTag(file, header + 4, &record.tag)) {
-            listing->problem = listing->records.empty() ? "no record before the other data"
-                                                        : "a record header does not fit";
+        case IQA::JpegEnd::kNoEnd:
+            listing->problem = "the JPEG image has no end";
             return false;
-        }
-        record.payloadOffset = header - record.payloadLength;
-        listing->records.push_back(record);
-        position = record.payloadOffset;
+        case IQA::JpegEnd::kFound:
+            break;
     }
-    return true;
+    IQA::TrailerChain chain;
+    const bool whole = IQA::WalkTrailer(source, listing->imageEnd, &chain);
+    listing->otherLength = chain.otherLength;
+    listing->records = chain.records;
+    listing->problem = whole ? "" : chain.problem;
+    return whole;
 }
 
 bool ReadDescriptor(const Bytes& file, const TrailerRecord& record, Descriptor* descriptor) {

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "PhotoTrailer.h"
+
 namespace iqa_tools {
 
 using Bytes = std::vector<unsigned char>;
@@ -16,15 +18,27 @@ constexpr size_t kDataHeaderSize = 12;
 constexpr size_t kFileHeaderSize = 24;
 constexpr size_t kDescriptorSize = 120;
 
-bool ReadWholeFile(const std::string& path, Bytes* bytes);
+// Reads a whole regular file; a folder, FIFO or device is refused without waiting on it. On
+// failure *why (when given) says what went wrong.
+bool ReadWholeFile(const std::string& path, Bytes* bytes, std::string* why = nullptr);
+// What errno says of the last failed read or write of a whole file, in words.
+std::string FileError();
+// Creates or replaces a regular file; false (errno set) for a folder, FIFO or device.
 bool WriteWholeFile(const std::string& path, const Bytes& bytes);
 
 // Raw thumbnail: 8 bytes the decoder ignores, width and height (int32 little-endian), then
 // width x height pixels of 4 bytes (R, G, B, unused). rgb holds 3 bytes a pixel.
 Bytes ThumbnailFile(int width, int height, const Bytes& rgb);
 
-// Baseline JPEG of RGB (components 3), greyscale (1) or CMYK (4) pixels.
-Bytes EncodeJpeg(const Bytes& pixels, int width, int height, int components, int quality);
+struct JpegOptions {
+    bool progressive = false;
+    int restartInterval = 0;  // MCUs between restart markers; 0 for none
+    bool fullChroma = false;  // 4:4:4 instead of the encoder's 4:2:0
+};
+
+// JPEG of RGB (components 3), greyscale (1) or CMYK (4) pixels; baseline 4:2:0 by default.
+Bytes EncodeJpeg(const Bytes& pixels, int width, int height, int components, int quality,
+                 const JpegOptions& options = {});
 
 // Decodes a JPEG held in memory to RGB; false if libjpeg rejects it.
 bool DecodeJpeg(const Bytes& jpeg, Bytes* rgb, int* width, int* height);
@@ -37,22 +51,18 @@ uint32_t ReadU32(const Bytes& bytes, size_t offset);
 int32_t ReadI32(const Bytes& bytes, size_t offset);
 void AppendU32(Bytes* bytes, uint32_t value);
 
-// A record of a photo's trailer, as found walking from the end of the file backwards.
-struct TrailerRecord {
-    uint64_t payloadOffset;
-    uint32_t payloadLength;
-    std::string tag;
-};
+using TrailerRecord = IQA::TrailerRecord;
 
 struct TrailerListing {
+    uint64_t imageEnd = 0;  // where the JPEG stream ends
     uint32_t otherLength = 0;
     std::vector<TrailerRecord> records;  // the file's last record first
     std::string problem;                 // empty when the trailer was read to its start
 };
 
-// Walks the trailer from the file header backwards until the record chain reaches the end of
-// the JPEG image (its EOI marker). Returns false when the file has no trailer or a length does
-// not fit; listing->problem says which.
+// Walks the trailer from the file header back to the end of the JPEG stream, as the library
+// does before it writes. Returns false when the file has no whole trailer; listing->problem
+// says why, and the records read before the break are kept.
 bool ReadTrailer(const Bytes& file, TrailerListing* listing);
 
 // The image descriptor that ends a custom-buffer record's payload.

@@ -15,13 +15,18 @@ int RunCommand(const Args& args);
 int InspectCommand(const Args& args);
 int ExtractCommand(const Args& args);
 int AnomalyCommand(const Args& args);
+int RecoverCommand(const Args& args);
+
+// Replays the dump journals of the camera folder under the working directory, printing a line
+// for each to stderr; false when a journal had to be kept.
+bool RecoverCameraRoot();
 
 // True (after printing usage to stdout) when args ask for help.
 bool WantsHelp(const Args& args, const char* usage);
 // Prints "iqa <command>: message" and the usage to stderr; returns the usage-error status.
 int UsageError(const char* command, const std::string& message, const char* usage);
 
-// Reads a whole input file; prints "iqa <command>: cannot read PATH" when it cannot.
+// Reads a whole input file; prints "iqa <command>: cannot read PATH: why" when it cannot.
 bool ReadPhoto(const char* command, const std::string& path, std::vector<unsigned char>* bytes);
 
 constexpr const char* kCameraFolder = "storage/emulated/0/DCIM/Camera";

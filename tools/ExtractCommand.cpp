@@ -58,7 +58,8 @@ int ExtractCommand(const Args& args) {
             return 1;
         }
         if (!WriteImage(args[1], rgb, d.width, d.height)) {
-            fprintf(stderr, "iqa extract: cannot write %s\n", args[1].c_str());
+            fprintf(stderr, "iqa extract: cannot write %s: %s\n", args[1].c_str(),
+                    FileError().c_str());
             return 1;
         }
         printf("%s: %dx%d preview from the record at %llu\n", args[1].c_str(), d.width, d.height,

@@ -147,6 +147,7 @@ int RunCommand(const Args& args) {
         fprintf(stderr, "iqa run: %s has no camera folder %s\n", dir.c_str(), kCameraFolder);
         return 1;
     }
+    RecoverCameraRoot();  // so that the sizes below are the photos' own
     const std::vector<std::string> jpegs = BaseNames(kCameraFolder, ".jpg");
     const std::vector<std::string> thumbnails = BaseNames(kCacheFolder, ".thumbnail");
     std::map<std::string, uintmax_t> sizesBefore;  // every photo and every thumbnail's photo

@@ -1,5 +1,6 @@
 // iqa: host programs that drive the library the way the camera host does, and let a QA engineer
 // see what it wrote.
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 
@@ -17,6 +18,7 @@ constexpr const char* kUsage =
     "  inspect PHOTO                   list the records in a photo's trailer\n"
     "  extract PHOTO OUT               save the preview of the newest Iqa_com record (.jpg/.ppm)\n"
     "  anomaly FRAME W H STRIDE NAME   black/green screen check of a raw YUV 4:2:0 frame\n"
+    "  recover [DIR]                   complete the dumps a crash interrupted under DIR\n"
     "\n"
     "'iqa <command> --help' describes a command.\n";
 
@@ -25,11 +27,10 @@ struct Command {
     int (*run)(const iqa_tools::Args&);
 };
 
-constexpr Command kCommands[] = {{"sample", iqa_tools::SampleCommand},
-                                 {"run", iqa_tools::RunCommand},
-                                 {"inspect", iqa_tools::InspectCommand},
-                                 {"extract", iqa_tools::ExtractCommand},
-                                 {"anomaly", iqa_tools::AnomalyCommand}};
+constexpr Command kCommands[] = {
+    {"sample", iqa_tools::SampleCommand},   {"run", iqa_tools::RunCommand},
+    {"inspect", iqa_tools::InspectCommand}, {"extract", iqa_tools::ExtractCommand},
+    {"anomaly", iqa_tools::AnomalyCommand}, {"recover", iqa_tools::RecoverCommand}};
 
 }  // namespace
 
@@ -51,16 +52,19 @@ int UsageError(const char* command, const std::string& message, const char* usag
 }
 
 bool ReadPhoto(const char* command, const std::string& path, std::vector<unsigned char>* bytes) {
-    if (ReadWholeFile(path, bytes)) {
+    std::string why;
+    if (ReadWholeFile(path, bytes, &why)) {
         return true;
     }
-    fprintf(stderr, "iqa %s: cannot read %s\n", command, path.c_str());
+    fprintf(stderr, "iqa %s: cannot read %s: %s\n", command, path.c_str(), why.c_str());
     return false;
 }
 
 }  // namespace iqa_tools
 
 int main(int argc, char** argv) {
+    // A full file must show as a failed write with its message, not end the program.
+    signal(SIGXFSZ, SIG_IGN);
     if (argc < 2 || strcmp(argv[1], "--help") == 0 || strcmp(argv[1], "-h") == 0) {
         fputs(kUsage, argc < 2 ? stderr : stdout);
         return argc < 2 ? 2 : 0;
