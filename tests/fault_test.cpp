@@ -10,8 +10,12 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <fcntl.h>
+
 #include <csignal>
 #include <filesystem>
+#include <functional>
+#include <future>
 
 #include "CameraFiles.h"
 #include "CameraPaths.h"
@@ -174,13 +178,12 @@ TEST_F(Faults, FileSizeLimitDuringTheDump) {
     AddPhoto("also_full", false);
     struct rlimit old = {};
     getrlimit(RLIMIT_FSIZE, &old);
-    const auto previous = signal(SIGXFSZ, SIG_IGN);
+    ASSERT_EQ(SIG_DFL, signal(SIGXFSZ, SIG_DFL));  // a SIGXFSZ would end this test's process
     struct rlimit limit = old;
     limit.rlim_cur = before["full"].size() + 10;  // the photo cannot grow by a record
     ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &limit));
     manager.BeginProcess();
     setrlimit(RLIMIT_FSIZE, &old);
-    signal(SIGXFSZ, previous);
     EXPECT_EQ("low", Verdict("also_full"));
     EXPECT_EQ("high", Verdict("high"));
     EXPECT_EQ("low", Verdict("full"));
@@ -190,6 +193,79 @@ TEST_F(Faults, FileSizeLimitDuringTheDump) {
     }
     ExpectUnchangedOrOneRecord("full", false);
     ExpectUnchangedOrOneRecord("also_full", false);
+}
+
+// Every file the library opens must be a regular file, opened without waiting, and no registered
+// name may lead out of the camera folders: each case gets its step's own line and the run goes on.
+TEST_F(Faults, HostileFileKindsAndNames) {
+    const std::string outside = work.path() + "/elsewhere";
+    iqa_test::MakeDirs(outside);
+    iqa_test::WriteFile(outside + "/victim.thumbnail", {1, 2, 3});
+    iqa_test::WriteFile(outside + "/victim.jpg", {4, 5, 6});
+    const std::string backup = work.path() + "/" + kCamera + "/iqathumb/";
+    const auto fifo = [](const std::string& path) { ASSERT_EQ(0, mkfifo(path.c_str(), 0644)); };
+    const auto photoOf = [](const std::string& name) { return Photo(name); };
+    const auto thumbOf = [](const std::string& name) {
+        return kCamera + "/cache/" + name + ".thumbnail";
+    };
+    const struct {
+        const char* name;
+        std::function<void(const std::string&)> make;
+        std::string line;  // the step's own failure line
+    } cases[] = {
+        {"thumb_fifo", [&](const std::string& n) { fifo(thumbOf(n)); },
+         "[ThumbnailDecoder]:can't open " + backup + "thumb_fifo.thumbnail."},
+        {"thumb_folder", [&](const std::string& n) { iqa_test::MakeDirs(thumbOf(n)); },
+         "[ThumbnailDecoder]:can't open " + backup + "thumb_folder.thumbnail."},
+        {"thumb_device", [&](const std::string& n) { symlink("/dev/null", thumbOf(n).c_str()); },
+         "[ThumbnailDecoder]:can't open /dev/null."},
+        {"photo_fifo", [&](const std::string& n) { fifo(photoOf(n)); },
+         "[JpegDecoder]:can't open " + work.path() + "/" + Photo("photo_fifo") + "."},
+        {"../../elsewhere/victim", nullptr,
+         "[RegisterTask]:Task name is not a file name. Cannot register task: "
+         "../../elsewhere/victim"},
+        {"..", nullptr, "[RegisterTask]:Task name is not a file name. Cannot register task: .."},
+        {"a/b", nullptr, "[RegisterTask]:Task name is not a file name. Cannot register task: a/b"},
+    };
+    for (const auto& c : cases) {
+        if (c.make) {
+            AddPhoto(c.name, false);
+            std::filesystem::remove(c.name[0] == 'p' ? Photo(c.name) : thumbOf(c.name));
+            c.make(c.name);
+        }
+    }
+    // The run goes on a worker; should an open ever wait, opening the FIFOs frees it.
+    auto run = std::async(std::launch::async, [&] {
+        for (const auto& c : cases) {
+            manager.RegisterTask(c.name);
+        }
+        manager.AddTask("../x");
+        manager.BeginProcess();
+    });
+    if (run.wait_for(std::chrono::seconds(60)) != std::future_status::ready) {
+        for (const char* name : {"thumb_fifo", "photo_fifo"}) {
+            close(open((backup + name + ".thumbnail").c_str(), O_RDWR | O_NONBLOCK));
+            close(open(Photo(name).c_str(), O_RDWR | O_NONBLOCK));
+        }
+        FAIL() << "the batch run waited on a file";
+    }
+    for (const auto& c : cases) {
+        EXPECT_TRUE(log.Contains(c.line)) << c.line;
+        if (c.make) {
+            EXPECT_EQ("none", Verdict(c.name)) << c.name;
+        }
+    }
+    EXPECT_TRUE(log.Contains("[AddTask]:Task name is not a file name. Cannot add task: ../x"));
+    EXPECT_EQ(Bytes({1, 2, 3}), iqa_test::ReadFile(outside + "/victim.thumbnail"));
+    EXPECT_EQ(Bytes({4, 5, 6}), iqa_test::ReadFile(outside + "/victim.jpg"));
+
+    // A dump target that is no regular file is refused where the dump opens it.
+    for (const char* name : {"dump_fifo", "dump_folder"}) {
+        std::string(name) == "dump_fifo" ? fifo(Photo(name)) : iqa_test::MakeDirs(Photo(name));
+        manager.IqaReply(name, iqa_test::RandomBytes(16 * 16 * 3, 1).data(), 16, 16);
+        EXPECT_TRUE(
+            log.Contains("[SaveCustomBuffer]:IqaUpLoad SaveBuffer: can't open " + Photo(name)));
+    }
 }
 
 }  // namespace

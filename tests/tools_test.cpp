@@ -7,10 +7,13 @@
 #include <cstdlib>
 
 #include "CameraFiles.h"
+#include "DumpJournal.h"
+#include "FileCalls.h"
 #include "IqaProcessData.h"
 #include "IqaUpLoad.h"
 #include "SceneGenerator.h"
 #include "TestFiles.h"
+#include "reference/ReferenceDump.h"
 
 using iqa_test::Bytes;
 
@@ -21,10 +24,15 @@ const std::string kCamera = "/storage/emulated/0/DCIM/Camera";
 struct Result {
     int status;
     std::string out;
+    bool operator==(const Result& other) const {
+        return status == other.status && out == other.out;
+    }
 };
 
-Result Iqa(const std::string& arguments) {
-    const std::string command = std::string(IQA_CLI) + " " + arguments + " 2>/dev/null";
+// Runs iqa with stdout (and stderr when asked) captured; a run that hangs is ended after a minute.
+Result Iqa(const std::string& arguments, bool withErrors = false) {
+    const std::string command = "timeout -k 5 60 " + std::string(IQA_CLI) + " " + arguments +
+                                (withErrors ? " 2>&1" : " 2>/dev/null");
     FILE* pipe = popen(command.c_str(), "r");
     Result result{-1, ""};
     char chunk[4096];
@@ -168,6 +176,47 @@ TEST_F(Tools, AnomalyReportsAGreenFrame) {
     EXPECT_NE(std::string::npos, green.out.find("with abnormal green screen!"));
     EXPECT_NE(std::string::npos, green.out.find("name \"frame.jpg\", type 0 (green screen)"));
     EXPECT_EQ(1, Iqa("anomaly " + dir.File("green.yuv") + " 640 480 640 big").status);
+}
+
+TEST_F(Tools, RecoverCompletesAnInterruptedDump) {
+    // The state a crash leaves right after a dump's journal became durable.
+    const Bytes original = Photo("p", scene, true);
+    const IQA::ImageDumpExpand d = {4, 4, 4, 24, 1, "Iqa_comparessim", {}};
+    const size_t at = iqa_ref::LastRecordIfWhole(original, iqa_ref::JpegEnd(original));
+    const Bytes expected = iqa_ref::WithRecord(original, at, Bytes(24, 5), d);
+    const Bytes tail(expected.begin() + static_cast<long>(at), expected.end());
+    {
+        const IQA::ScopedFd photo(IQA::OpenRegularFile(PhotoPath("p").c_str(), O_RDONLY));
+        IQA::JournalHeader header = {0, 0, original.size(), at, 0, tail.size()};
+        ASSERT_TRUE(IQA::IdentifyPhoto(photo.get(), &header));
+        IQA::Journal journal(dir.path() + kCamera, "p.jpg");
+        ASSERT_TRUE(journal.Write(header, tail.data()));
+    }
+    const Result recovered = Iqa("recover " + dir.path(), true);
+    EXPECT_EQ(0, recovered.status);
+    EXPECT_EQ("recover: completed the record in storage/emulated/0/DCIM/Camera/p.jpg\n",
+              recovered.out);
+    EXPECT_EQ(expected, iqa_test::ReadFile(PhotoPath("p")));
+    EXPECT_EQ((Result{0, ""}), Iqa("recover " + dir.path(), true));  // nothing is left to do
+}
+
+TEST_F(Tools, NeverWaitOnOrAbortAtWhatIsNotARegularFile) {
+    const std::string photo = PhotoPath("p"), fifo = dir.File("fifo"), folder = dir.File("d");
+    Photo("p", scene, true);
+    IQA::ImageDumpExpand d = {4, 4, 4, 24, 1, "Iqa_comparessim", {}};
+    IQA::IqaUpLoad().SaveCustomBuffer(photo, Bytes(24, 1).data(), &d);
+    ASSERT_EQ(0, mkfifo(fifo.c_str(), 0644));
+    iqa_test::MakeDirs(folder);
+    for (const std::string& arguments :
+         {"inspect " + folder, "inspect " + fifo, "inspect " + dir.File("gone"),
+          "extract " + folder + " " + dir.File("out.jpg"), "extract " + photo + " " + fifo,
+          "extract " + photo + " " + folder, "anomaly " + fifo + " 4 4 4 frame",
+          "recover " + folder}) {
+        const Result r = Iqa(arguments, true);
+        EXPECT_EQ(1, r.status) << arguments;
+        EXPECT_EQ(0u, r.out.rfind("iqa ", 0)) << arguments << ": " << r.out;
+        EXPECT_EQ(r.out.size() - 1, r.out.find('\n')) << "one line: " << r.out;
+    }
 }
 
 }  // namespace

@@ -104,29 +104,78 @@ TEST_F(Dump, CustomBufferLargerThanOneBoundedCopy) {
     }
 }
 
-TEST_F(Dump, LeavesFilesWithoutAWholeTrailerUntouched) {
-    const Bytes plain = iqa_tools::EncodeJpeg(iqa_test::RandomBytes(32 * 32 * 3, 6), 32, 32, 3, 80);
-    Bytes pastStart = Concat({image, iqa_tools::Trailer({{"CAMREC", payload}}, other)});
-    pastStart[image.size() + payload.size() + 3] = 0x7F;  // payload length far past the start
-    Bytes exactStart = Concat({iqa_tools::Trailer({{"CAMREC", payload}}, other)});  // O = 0
-    Bytes huge = Concat({image, iqa_tools::Trailer({{"CAMREC", payload}}, other)});
+// A JPEG of width x height whose APP1 segment holds a whole second JPEG (with its own EOI), and
+// with fill bytes before the marker that follows.
+Bytes WithExifThumbnail(const Bytes& jpeg) {
+    const Bytes inner = iqa_tools::EncodeJpeg(iqa_test::RandomBytes(8 * 8 * 3, 9), 8, 8, 3, 80);
+    Bytes segment = {0xFF, 0xE1, 0, 0, 'E', 'x', 'i', 'f', 0, 0};
+    segment.insert(segment.end(), inner.begin(), inner.end());
+    segment[2] = static_cast<unsigned char>((segment.size() - 2) >> 8);
+    segment[3] = static_cast<unsigned char>(segment.size() - 2);
+    return Concat({{0xFF, 0xD8}, segment, {0xFF, 0xFF}, Bytes(jpeg.begin() + 2, jpeg.end())});
+}
+
+TEST_F(Dump, WritesOnlyIntoAWholeTrailer) {
+    const Bytes rgb = iqa_test::RandomBytes(40 * 24 * 3, 6);
+    const auto jpeg = [&](const iqa_tools::JpegOptions& o) {
+        return iqa_tools::EncodeJpeg(rgb, 40, 24, 3, 85, o);
+    };
+    const Bytes trailer = iqa_tools::Trailer({{"CAMREC", payload}}, other);
+    const Bytes photo = Concat({jpeg({}), trailer});
+    Bytes flipped = photo;  // the record's length points into the JPEG's entropy-coded data
+    flipped[flipped.size() - 24 - other.size() - 12] ^= 0x40;
+    Bytes torn = photo;  // a record half written over the old tail, the rest still zero
+    std::fill(torn.end() - 60, torn.end(), 0);
+    Bytes huge = Concat({image, trailer});
     std::memset(&huge[huge.size() - 24], 0xFF, 4);  // A = 2^32 - 1: no wrap into the file
-    const std::vector<std::pair<std::string, Bytes>> files = {
-        {"plain.jpg", plain},    {"short.jpg", Bytes(23, 1)}, {"empty.jpg", {}},
-        {"past.jpg", pastStart}, {"start.jpg", exactStart},   {"huge.jpg", huge}};
-    for (const auto& [name, bytes] : files) {
-        iqa_test::WriteFile(dir.File(name), bytes);
-        Save(name, payload, Descriptor(static_cast<int32_t>(payload.size()), "Iqa_comparessim"));
-        EXPECT_EQ(bytes, iqa_test::ReadFile(dir.File(name))) << name;
-    }
-    for (const char* name : {"short.jpg", "empty.jpg"}) {
-        EXPECT_TRUE(
-            log.Contains("[SaveCustomBuffer]:IqaUpLoad SaveBuffer: Failed to read file "
-                         "header: " +
-                         dir.File(name) + "."));
-    }
-    for (const std::string& line : log.Lines()) {
-        EXPECT_EQ(std::string::npos, line.find("save custombuffer")) << line;
+    Bytes pastStart = Concat({image, trailer});
+    pastStart[image.size() + payload.size() + 3] = 0x7F;  // payload length far past the start
+    const Bytes noEnd(photo.begin(), photo.end() - static_cast<long>(trailer.size()) - 2);
+
+    enum Outcome { kWritten, kDamaged, kNoHeader, kSilent };
+    const struct {
+        const char* name;
+        Bytes bytes;
+        Outcome outcome;
+    } cases[] = {
+        {"baseline", photo, kWritten},
+        {"progressive", Concat({jpeg({true, 0, false}), trailer}), kWritten},
+        {"restarts", Concat({jpeg({false, 1, true}), trailer}), kWritten},
+        {"exif", Concat({WithExifThumbnail(jpeg({})), trailer}), kWritten},
+        {"not_jpeg", Concat({image, trailer}), kWritten},  // the header checks alone
+        {"flipped", flipped, kDamaged},
+        {"torn", torn, kDamaged},
+        {"zero_padded", Concat({photo, Bytes(115, 0)}), kDamaged},
+        {"gap", Concat({jpeg({}), {1, 2, 3}, trailer}), kDamaged},
+        {"no_eoi", Concat({noEnd, trailer}), kDamaged},
+        {"short", Bytes(23, 1), kNoHeader},
+        {"empty", {}, kNoHeader},
+        {"past_start", pastStart, kSilent},
+        {"start", trailer, kSilent},  // the last record would start at offset 0
+        {"huge", huge, kSilent},
+    };
+    for (const auto& c : cases) {
+        const std::string path = dir.File(std::string(c.name) + ".jpg");
+        iqa_test::WriteFile(path, c.bytes);
+        log.Clear();
+        Save(std::string(c.name) + ".jpg", payload,
+             Descriptor(static_cast<int32_t>(payload.size()), "Iqa_comparessim"));
+        const std::vector<std::string> lines = log.Lines();
+        const std::string said = lines.back();
+        const std::string expected[] = {
+            "[SaveCustomBuffer]:save custombuffer in " + path + ".",
+            "[SaveCustomBuffer]:IqaUpLoad SaveBuffer: damaged trailer, not written: " + path + ".",
+            "[SaveCustomBuffer]:IqaUpLoad SaveBuffer: Failed to read file header: " + path + ".",
+            "[SaveCustomBuffer]:Resolved path:" + path + " "};
+        EXPECT_EQ(expected[c.outcome], said) << c.name;
+        const size_t lastRecord = c.outcome == kWritten ? c.bytes.size() - trailer.size() : 0;
+        const Bytes result =
+            c.outcome == kWritten
+                ? Concat({Bytes(c.bytes.begin(), c.bytes.begin() + static_cast<long>(lastRecord)),
+                          payload, Raw(Descriptor(50, "Iqa_comparessim")),
+                          Header(50 + 120, "Iqa_com"), trailer})
+                : c.bytes;
+        EXPECT_EQ(result, iqa_test::ReadFile(path)) << c.name;
     }
 
     log.Clear();

@@ -15,8 +15,11 @@
 
 namespace iqa_test {
 
-TempDir::TempDir() {
-    std::string pattern = std::filesystem::temp_directory_path().string() + "/iqa_test_XXXXXX";
+TempDir::TempDir(Storage storage) {
+    const bool memory = storage == Storage::kMemory && access("/dev/shm", W_OK) == 0;
+    std::string pattern =
+        (memory ? std::string("/dev/shm") : std::filesystem::temp_directory_path().string()) +
+        "/iqa_test_XXXXXX";
     if (mkdtemp(pattern.data()) == nullptr) {
         throw std::runtime_error("mkdtemp failed");
     }
@@ -33,7 +36,8 @@ TempDir::~TempDir() {
     std::filesystem::remove_all(path_, ignored);
 }
 
-ScopedWorkDir::ScopedWorkDir() : previous_(std::filesystem::current_path().string()) {
+ScopedWorkDir::ScopedWorkDir(Storage storage)
+    : dir_(storage), previous_(std::filesystem::current_path().string()) {
     std::filesystem::current_path(dir_.path());
 }
 
@@ -72,6 +76,14 @@ Bytes RandomBytes(size_t count, uint32_t seed) {
 }  // namespace iqa_test
 
 namespace iqa_test {
+
+Bytes CameraPhoto(const Bytes& rgb, int width, int height, const Bytes& record, const Bytes& other,
+                  const iqa_tools::JpegOptions& options) {
+    Bytes photo = iqa_tools::EncodeJpeg(rgb, width, height, 3, 90, options);
+    const Bytes trailer = iqa_tools::Trailer({{"CAMINFO", record}}, other);
+    photo.insert(photo.end(), trailer.begin(), trailer.end());
+    return photo;
+}
 
 Bytes ThumbnailHeaderOnly(int32_t width, int32_t height) {
     Bytes header(8, 0);

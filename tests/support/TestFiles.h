@@ -6,14 +6,20 @@
 #include <string>
 #include <vector>
 
+#include "CameraFiles.h"
+
 namespace iqa_test {
 
 using Bytes = std::vector<unsigned char>;
 
-// A fresh folder under the system's temporary folder, removed with everything in it.
+// Where a TempDir is made: the system's temporary folder, or memory (when the system has a RAM
+// file system), for tests that make thousands of durable writes.
+enum class Storage { kDisk, kMemory };
+
+// A fresh folder, removed with everything in it.
 class TempDir {
   public:
-    TempDir();
+    explicit TempDir(Storage storage = Storage::kDisk);
     ~TempDir();
     TempDir(const TempDir&) = delete;
     TempDir& operator=(const TempDir&) = delete;
@@ -27,7 +33,7 @@ class TempDir {
 // Makes a fresh temporary folder the working directory, and restores the old one after.
 class ScopedWorkDir {
   public:
-    ScopedWorkDir();
+    explicit ScopedWorkDir(Storage storage = Storage::kDisk);
     ~ScopedWorkDir();
     const std::string& path() const { return dir_.path(); }
 
@@ -39,6 +45,11 @@ class ScopedWorkDir {
 Bytes ReadFile(const std::string& path);
 void WriteFile(const std::string& path, const Bytes& bytes);
 void MakeDirs(const std::string& path);
+
+// A photo as the camera stores it: the JPEG of width x height RGB pixels, then a trailer of one
+// "CAMINFO" record and the other data.
+Bytes CameraPhoto(const Bytes& rgb, int width, int height, const Bytes& record = Bytes(40, 7),
+                  const Bytes& other = Bytes(9, 8), const iqa_tools::JpegOptions& options = {});
 
 // A thumbnail header with any width and height, and no pixels.
 Bytes ThumbnailHeaderOnly(int32_t width, int32_t height);
