@@ -19,8 +19,14 @@ for target in thumbnail_fuzzer jpeg_fuzzer dump_fuzzer trailer_fuzzer image_ops_
   "$build/fuzz/$target" -runs=0 "fuzz/corpus/$target"
   scratch="$build/corpus/$target"
   mkdir -p "$scratch"
+  status=0
   "$build/fuzz/$target" -max_total_time="$seconds" -rss_limit_mb=2048 -max_len=65536 \
     -artifact_prefix="$build/crashes/$target-" -print_final_stats=1 \
-    "$scratch" "fuzz/corpus/$target" 2>&1 | grep -E "^(#[0-9]+ +DONE|==|SUMMARY|stat::number_of_executed_units|Done)" || true
-  test "${PIPESTATUS[0]}" -eq 0
+    "$scratch" "fuzz/corpus/$target" 2>&1 |
+    { grep -E "^(#[0-9]+ +DONE|==|SUMMARY|stat::number_of_executed_units|Done)" || true; } ||
+    status=$?
+  if [ "$status" -ne 0 ]; then
+    echo "== $target failed (exit $status); the input is in $build/crashes/" >&2
+    exit 1
+  fi
 done
