@@ -1,8 +1,12 @@
-// Benchmark inputs: one natural-looking 4000 x 3000 photo and thumbnails made from it.
+// Benchmark inputs: generated photos, thumbnails reduced from them, and camera roots.
 #include "BenchData.h"
 
+#include <jpeglib.h>
 #include <stdlib.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <cstdio>
 #include <filesystem>
 #include <map>
 
@@ -11,56 +15,133 @@
 
 namespace iqa_bench {
 
+namespace fs = std::filesystem;
+
 namespace {
-constexpr int kWidth = 4000, kHeight = 3000;
+
+const std::string kCamera = "storage/emulated/0/DCIM/Camera";
+
+std::string Label(const Photo& p) {
+    return std::to_string(p.width) + "x" + std::to_string(p.height) + (p.fullChroma ? "_444" : "");
+}
+
+template <typename T, typename Make>
+const T& Cached(const Photo& photo, Make make) {
+    static std::map<std::string, T> cache;
+    const std::string key = Label(photo);
+    auto found = cache.find(key);
+    if (found == cache.end()) {
+        found = cache.emplace(key, make()).first;
+    }
+    return found->second;
+}
+
+}  // namespace
+
+const std::vector<Photo>& Photos() {
+    static const std::vector<Photo> photos = {{4000, 3000, false, "camera 12 MP, 4:2:0"},
+                                              {4032, 3024, true, "4:3 12 MP crop, 4:4:4"}};
+    return photos;
 }
 
 const std::string& WorkDir() {
     static const std::string dir = [] {
-        std::string pattern = std::filesystem::temp_directory_path().string() + "/iqa_bench_XXXXXX";
+        const std::string parent =
+            access("/dev/shm", W_OK) == 0 ? "/dev/shm" : fs::temp_directory_path().string();
+        std::string pattern = parent + "/iqa_bench_XXXXXX";
         return std::string(mkdtemp(pattern.data()));
     }();
     return dir;
 }
 
-const Bytes& PhotoRgb() {
-    static const Bytes rgb = iqa_tools::RenderScene(kWidth, kHeight, 7);
-    return rgb;
+const Bytes& PhotoRgb(const Photo& photo) {
+    return Cached<Bytes>(photo,
+                         [&] { return iqa_tools::RenderScene(photo.width, photo.height, 7); });
 }
 
-const std::string& PhotoJpegPath() {
-    static const std::string path = [] {
-        const std::string p = WorkDir() + "/photo.jpg";
-        iqa_tools::WriteWholeFile(p, iqa_tools::EncodeJpeg(PhotoRgb(), kWidth, kHeight, 3, 92));
-        return p;
-    }();
-    return path;
+const std::string& PhotoJpegPath(const Photo& photo) {
+    return Cached<std::string>(photo, [&] {
+        const std::string path = WorkDir() + "/photo_" + Label(photo) + ".jpg";
+        iqa_tools::JpegOptions options;
+        options.fullChroma = photo.fullChroma;
+        iqa_tools::WriteWholeFile(path, iqa_tools::EncodeJpeg(PhotoRgb(photo), photo.width,
+                                                              photo.height, 3, 92, options));
+        return path;
+    });
 }
 
-const Bytes& PhotoDecoded() {
-    static const Bytes decoded = [] {
+const Bytes& PhotoDecoded(const Photo& photo) {
+    return Cached<Bytes>(photo, [&] {
         Bytes jpeg, rgb;
         int w = 0, h = 0;
-        iqa_tools::ReadWholeFile(PhotoJpegPath(), &jpeg);
+        iqa_tools::ReadWholeFile(PhotoJpegPath(photo), &jpeg);
         iqa_tools::DecodeJpeg(jpeg, &rgb, &w, &h);
         return rgb;
-    }();
-    return decoded;
+    });
 }
 
-Bytes ThumbnailRgb(int width, int height) {
-    return iqa_tools::BoxReduceRgb(PhotoRgb(), kWidth, width, height);
+Bytes ThumbnailRgb(const Photo& photo, int width, int height) {
+    return iqa_tools::BoxReduceRgb(PhotoDecoded(photo), photo.width, width, height);
 }
 
-std::string ThumbnailPath(int width, int height) {
-    static std::map<std::pair<int, int>, std::string> paths;
-    auto& path = paths[{width, height}];
-    if (path.empty()) {
-        path = WorkDir() + "/thumb_" + std::to_string(width) + "x" + std::to_string(height);
+std::string ThumbnailPath(const Photo& photo, int width, int height) {
+    const std::string path = WorkDir() + "/thumb_" + Label(photo) + "_" + std::to_string(width) +
+                             "x" + std::to_string(height);
+    if (!fs::exists(path)) {
         iqa_tools::WriteWholeFile(
-            path, iqa_tools::ThumbnailFile(width, height, ThumbnailRgb(width, height)));
+            path, iqa_tools::ThumbnailFile(width, height, ThumbnailRgb(photo, width, height)));
     }
     return path;
+}
+
+CameraRoot::CameraRoot(const Photo& photo, int thumbWidth, int thumbHeight)
+    : root_(WorkDir() + "/root_" + Label(photo) + "_" + std::to_string(thumbWidth)),
+      thumbnail_(ThumbnailPath(photo, thumbWidth, thumbHeight)) {
+    fs::create_directories(root_ + "/" + kCamera + "/cache");
+    Bytes jpeg;
+    iqa_tools::ReadWholeFile(PhotoJpegPath(photo), &jpeg);
+    const Bytes trailer = iqa_tools::Trailer({{"CAMINFO", Bytes(64, 1)}}, Bytes(32, 2));
+    jpeg.insert(jpeg.end(), trailer.begin(), trailer.end());
+    for (int i = 0; i < kBatch; ++i) {
+        iqa_tools::WriteWholeFile(root_ + "/" + kCamera + "/" + Name(i) + ".jpg", jpeg);
+    }
+}
+
+std::string CameraRoot::Name(int i) {
+    return "IMG_" + std::to_string(i);
+}
+
+void CameraRoot::Restock() const {
+    for (int i = 0; i < kBatch; ++i) {
+        fs::copy_file(thumbnail_, root_ + "/" + kCamera + "/cache/" + Name(i) + ".thumbnail",
+                      fs::copy_options::overwrite_existing);
+    }
+}
+
+void FloorDecode(const std::string& path, Bytes* destination) {
+    FILE* file = fopen(path.c_str(), "rb");
+    jpeg_decompress_struct cinfo;
+    jpeg_error_mgr errors;
+    cinfo.err = jpeg_std_error(&errors);
+    jpeg_create_decompress(&cinfo);
+    jpeg_stdio_src(&cinfo, file);
+    jpeg_read_header(&cinfo, TRUE);
+    cinfo.out_color_space = JCS_RGB;
+    jpeg_start_decompress(&cinfo);
+    const size_t stride = static_cast<size_t>(cinfo.output_width) * 3;
+    destination->resize(stride * cinfo.output_height, 1);
+    JSAMPROW rows[32];
+    while (cinfo.output_scanline < cinfo.output_height) {
+        const JDIMENSION first = cinfo.output_scanline;
+        const JDIMENSION count = std::min<JDIMENSION>(32, cinfo.output_height - first);
+        for (JDIMENSION i = 0; i < count; ++i) {
+            rows[i] = destination->data() + stride * (first + i);
+        }
+        jpeg_read_scanlines(&cinfo, rows, count);
+    }
+    jpeg_finish_decompress(&cinfo);
+    jpeg_destroy_decompress(&cinfo);
+    fclose(file);
 }
 
 }  // namespace iqa_bench

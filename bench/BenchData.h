@@ -1,4 +1,5 @@
-// Generated inputs of camera sizes for the benchmarks, made once per process.
+// Benchmark inputs, made once per process: natural-looking photos of camera sizes, their raw
+// thumbnails, camera roots for batch runs, and the floor every batch run is compared with.
 #ifndef IQA_BENCH_DATA_H
 #define IQA_BENCH_DATA_H
 
@@ -9,17 +10,46 @@ namespace iqa_bench {
 
 using Bytes = std::vector<unsigned char>;
 
-// A folder of the benchmark's own under the temporary folder, with the camera layout inside.
+struct Photo {
+    int width;
+    int height;
+    bool fullChroma;  // 4:4:4; otherwise the encoder's 4:2:0
+    const char* what;
+};
+
+// The camera's 4000 x 3000 4:2:0 photo first, then a 4:3 12 MP 4:4:4 photo.
+const std::vector<Photo>& Photos();
+
+// A folder of the benchmark's own, in memory when the system has a RAM file system: durable
+// writes then cost what the library computes, not what the disk takes to answer an fsync.
 const std::string& WorkDir();
 
-// The 4000 x 3000 natural-looking scene, its JPEG file and decoded pixels.
-const Bytes& PhotoRgb();
-const std::string& PhotoJpegPath();
-const Bytes& PhotoDecoded();
+const Bytes& PhotoRgb(const Photo& photo);
+const std::string& PhotoJpegPath(const Photo& photo);
+const Bytes& PhotoDecoded(const Photo& photo);
 
-// A raw thumbnail file of the scene at width x height, reduced the way the camera does.
-std::string ThumbnailPath(int width, int height);
-Bytes ThumbnailRgb(int width, int height);
+// A raw thumbnail of the photo at width x height, reduced the way the camera does.
+Bytes ThumbnailRgb(const Photo& photo, int width, int height);
+std::string ThumbnailPath(const Photo& photo, int width, int height);
+
+// A camera root with kBatch copies of the photo (with a trailer) and matching thumbnails; the
+// thumbnails are put back before every run, since a run consumes them.
+class CameraRoot {
+  public:
+    static constexpr int kBatch = 5;
+    CameraRoot(const Photo& photo, int thumbWidth, int thumbHeight);
+    static std::string Name(int i);
+    void Restock() const;
+    const std::string& root() const { return root_; }
+
+  private:
+    std::string root_;
+    std::string thumbnail_;
+};
+
+// The floor: a bare libjpeg decode of every row of the file into `destination` (full size,
+// already faulted in), 32 rows a call, with the settings that give the library's pixels.
+void FloorDecode(const std::string& path, Bytes* destination);
 
 }  // namespace iqa_bench
 

@@ -1,13 +1,16 @@
 #!/usr/bin/env bash
-# Builds an optimised tree with the benchmarks and runs them in one go; the summary at the end
-# gives the batch run's cost per photo against the floor decode, with its breakdown.
-# Extra arguments go to the benchmark program (for example --benchmark_filter=BatchRun).
+# Builds an optimised tree and measures. First iqa_ratio: per benchmark photo, the floor (a bare
+# libjpeg decode) and a batch run per photo for each thumbnail size, in alternating rounds in one
+# process, medians printed as "ratio <thumbnail> <photo> <batch ms> <floor ms> <ratio>"; then the
+# Google Benchmark suite of the parts. Extra arguments go to iqa_ratio (for example --rounds 21).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/setup.sh
 build=${IQA_BUILD_DIR:-build-bench}
 cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DIQA_BUILD_BENCHMARKS=ON \
   -DIQA_BUILD_TESTS=OFF -DIQA_BUILD_TOOLS=OFF >/dev/null
-cmake --build "$build" --target iqa_bench
-"$build/bench/iqa_bench" --benchmark_min_time=1 --benchmark_repetitions=3 \
-  --benchmark_report_aggregates_only=true "$@"
+cmake --build "$build" --target iqa_ratio iqa_bench
+"$build/bench/iqa_ratio" "$@"
+echo
+"$build/bench/iqa_bench" --benchmark_min_time=0.5 --benchmark_repetitions=3 \
+  --benchmark_report_aggregates_only=true

@@ -1,0 +1,214 @@
+// iqa_ratio: the batch run's cost per photo against the floor (a bare libjpeg decode of the same
+// photo), measured side by side: the floor and every thumbnail size take turns within each round,
+// so a busy moment of the machine falls on all of them alike. Prints one line per pair that a
+// script can read, "ratio <thumbnail WxH> <photo WxH> <batch ms> <floor ms> <ratio>", then the
+// memory a run adds at its peak and the reply's cost.
+#include <android/log.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "BenchData.h"
+#include "CameraFiles.h"
+#include "IqaTaskManager.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using iqa_bench::Bytes;
+using iqa_bench::CameraRoot;
+using iqa_bench::Photo;
+
+constexpr int kThumbnails[][2] = {{1280, 960}, {320, 240}};
+
+void Quiet(const struct __android_logger_data*, const char*) {}
+
+double Milliseconds(const std::function<void()>& work) {
+    const auto start = std::chrono::steady_clock::now();
+    work();
+    return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start)
+        .count();
+}
+
+double Median(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    const size_t n = values.size();
+    return n % 2 == 1 ? values[n / 2] : (values[n / 2 - 1] + values[n / 2]) / 2;
+}
+
+size_t ProcStatusKb(const char* field) {
+    std::ifstream status("/proc/self/status");
+    std::string line;
+    while (std::getline(status, line)) {
+        if (line.rfind(field, 0) == 0) {
+            return std::stoul(line.substr(line.find(':') + 1));
+        }
+    }
+    return 0;
+}
+
+// One batch run over the root's photos, from the cache thumbnails put back beforehand; returns
+// the milliseconds it took per photo. The run executes on this thread, as it would on the worker.
+double BatchRunPerPhoto(IQA::IqaTaskManager& manager, const CameraRoot& root) {
+    root.Restock();
+    fs::current_path(root.root());
+    for (int i = 0; i < CameraRoot::kBatch; ++i) {
+        manager.RegisterTask(CameraRoot::Name(i));
+    }
+    return Milliseconds([&] { manager.BeginProcess(); }) / CameraRoot::kBatch;
+}
+
+// Resident memory a batch run adds at its peak, in MB.
+double PeakMegabytes(IQA::IqaTaskManager& manager, const CameraRoot& root) {
+    root.Restock();
+    fs::current_path(root.root());
+    for (int i = 0; i < CameraRoot::kBatch; ++i) {
+        manager.RegisterTask(CameraRoot::Name(i));
+    }
+    std::ofstream("/proc/self/clear_refs") << "5";  // resets the high-water mark
+    const size_t before = ProcStatusKb("VmRSS");
+    manager.BeginProcess();
+    return (static_cast<double>(ProcStatusKb("VmHWM")) - static_cast<double>(before)) / 1000;
+}
+
+// The reply of a low-similarity photo with a 1280 x 960 thumbnail: reduction, NV12, and the
+// journaled dump; the photo is put back outside the timed part.
+double ReplyMilliseconds(IQA::IqaTaskManager& manager, const CameraRoot& root, const Bytes& thumb) {
+    fs::current_path(root.root());
+    const std::string photo = "storage/emulated/0/DCIM/Camera/" + CameraRoot::Name(0) + ".jpg";
+    Bytes original;
+    iqa_tools::ReadWholeFile(photo, &original);
+    const double ms =
+        Milliseconds([&] { manager.IqaReply(CameraRoot::Name(0), thumb.data(), 1280, 960); });
+    iqa_tools::WriteWholeFile(photo, original);
+    return ms;
+}
+
+std::string Machine() {
+    std::ifstream cpuinfo("/proc/cpuinfo");
+    std::string line, model = "unknown CPU";
+    while (std::getline(cpuinfo, line)) {
+        if (line.rfind("model name", 0) == 0) {
+            model = line.substr(line.find(':') + 2);
+            break;
+        }
+    }
+    return model + ", " + std::to_string(sysconf(_SC_NPROCESSORS_ONLN)) + " cores";
+}
+
+void Measure(const Photo& photo, int rounds) {
+    IQA::IqaTaskManager manager;
+    Bytes floorDestination;
+    const std::string jpeg = iqa_bench::PhotoJpegPath(photo);
+    std::vector<std::function<double()>> variants = {
+        [&] { return Milliseconds([&] { iqa_bench::FloorDecode(jpeg, &floorDestination); }); }};
+    std::vector<std::unique_ptr<CameraRoot>> roots;
+    for (const auto& t : kThumbnails) {
+        roots.push_back(std::make_unique<CameraRoot>(photo, t[0], t[1]));
+        const CameraRoot& root = *roots.back();
+        variants.push_back([&] { return BatchRunPerPhoto(manager, root); });
+    }
+    std::vector<std::vector<double>> times(variants.size());
+    for (int round = -1; round < rounds; ++round) {  // round -1 warms caches up and is dropped
+        for (size_t i = 0; i < variants.size(); ++i) {
+            const size_t v = (i + static_cast<size_t>(round + 1)) % variants.size();
+            const double ms = variants[v]();
+            if (round >= 0) {
+                times[v].push_back(ms);
+            }
+        }
+    }
+    const double floor = Median(times[0]);
+    const std::string size = std::to_string(photo.width) + "x" + std::to_string(photo.height);
+    for (size_t t = 0; t < roots.size(); ++t) {
+        const double batch = Median(times[t + 1]);
+        printf("ratio %dx%d %s %.2f %.2f %.3f\n", kThumbnails[t][0], kThumbnails[t][1],
+               size.c_str(), batch, floor, batch / floor);
+    }
+    for (size_t t = 0; t < roots.size(); ++t) {
+        printf("peak %dx%d %s %.1f MB\n", kThumbnails[t][0], kThumbnails[t][1], size.c_str(),
+               PeakMegabytes(manager, *roots[t]));
+    }
+    const Bytes thumb = iqa_bench::ThumbnailRgb(photo, 1280, 960);
+    std::vector<double> replies;
+    for (int round = -1; round < rounds; ++round) {
+        const double ms = ReplyMilliseconds(manager, *roots[0], thumb);
+        if (round >= 0) {
+            replies.push_back(ms);
+        }
+    }
+    printf("reply 1280x960 %s %.2f ms\n", size.c_str(), Median(replies));
+    fflush(stdout);
+}
+
+// Only the batch runs of one photo and thumbnail (or only its floor decode), for a profiler:
+// valgrind --tool=callgrind --toggle-collect='*BatchRunPerPhoto*' iqa_ratio --profile P T N
+void Profile(const Photo& photo, int variant, int runs) {
+    IQA::IqaTaskManager manager;
+    Bytes destination;
+    if (variant == 2) {
+        for (int i = 0; i < runs; ++i) {
+            printf("floor %.2f ms\n", Milliseconds([&] {
+                       iqa_bench::FloorDecode(iqa_bench::PhotoJpegPath(photo), &destination);
+                   }));
+        }
+        return;
+    }
+    const CameraRoot root(photo, kThumbnails[variant][0], kThumbnails[variant][1]);
+    for (int i = 0; i < runs; ++i) {
+        printf("%.2f ms per photo\n", BatchRunPerPhoto(manager, root));
+    }
+}
+
+constexpr const char* kUsage =
+    "usage: iqa_ratio [--rounds N]        (N >= 1, default 11)\n"
+    "       iqa_ratio --profile P V RUNS  (photo P 0 or 1; V 0: batch runs with a 1280x960\n"
+    "                                      thumbnail, 1: with a 320x240 one, 2: floor decodes)\n";
+
+int Run(int argc, char** argv) {
+    if (argc == 5 && std::strcmp(argv[1], "--profile") == 0) {
+        const int p = std::atoi(argv[2]), v = std::atoi(argv[3]);
+        if (p < 0 || p > 1 || v < 0 || v > 2) {
+            fputs(kUsage, stderr);
+            return 2;
+        }
+        Profile(iqa_bench::Photos()[static_cast<size_t>(p)], v, std::max(1, std::atoi(argv[4])));
+        return 0;
+    }
+    int rounds = 11;
+    for (int i = 1; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--rounds") == 0 && i + 1 < argc) {
+            rounds = std::max(1, std::atoi(argv[++i]));
+        } else {
+            fputs(kUsage, stderr);
+            return 2;
+        }
+    }
+    printf("machine %s\nrounds %d after a warm-up round; medians; work folder %s\n",
+           Machine().c_str(), rounds, iqa_bench::WorkDir().c_str());
+    for (const Photo& photo : iqa_bench::Photos()) {
+        printf("photo %dx%d (%s)\n", photo.width, photo.height, photo.what);
+        Measure(photo, rounds);
+    }
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    __android_log_set_logger(Quiet);
+    const std::string start = fs::current_path().string();
+    const int status = Run(argc, argv);
+    fs::current_path(start);
+    fs::remove_all(iqa_bench::WorkDir());
+    return status;
+}
