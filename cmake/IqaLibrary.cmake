@@ -28,6 +28,7 @@ add_library(iqa_objects OBJECT
   process/IqaProcessData.cpp
   process/ThumbnailDecoder.cpp
   process/JpegDecoder.cpp
+  process/JpegFileSource.cpp
   process/BoxReduce.cpp
   process/Nv12.cpp
   process/WrittenExtent.cpp

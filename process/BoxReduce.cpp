@@ -1,5 +1,8 @@
-// Box reduction: rows of a block are first summed column by column (contiguous, so the
-// compiler vectorises it), then each output pixel sums its k columns and divides once.
+// Box reduction in passes over contiguous data, so that compilers vectorise every one of them
+// on x86-64 and arm64: the k rows of a block are summed column by column into 16-bit sums (up to
+// four rows a pass), then each sum gets the sums of the same channel in the k - 1 pixels to its
+// right added (a doubling tree for an arbitrary k), and each output pixel takes its block's
+// totals and divides. On x86-64 the row kernels are also built for AVX2 and chosen at run time.
 #include "BoxReduce.h"
 
 #include <algorithm>
@@ -9,115 +12,190 @@ namespace IQA {
 
 namespace {
 
-constexpr int kChannels = 3;
-// Source pixels summed per pass; keeps the column sums on the stack and in L1. Blocks up to
-// this side also keep a pixel's total (k * k * 255) far inside 32 bits.
-constexpr int kChunkPixels = 1024;
+#if defined(__x86_64__) && !defined(__ANDROID__)
+#define IQA_ROW_KERNEL __attribute__((target_clones("avx2", "default")))
+#else
+#define IQA_ROW_KERNEL
+#endif
+#define IQA_INLINE inline __attribute__((always_inline))
 
-// Adds `count` bytes of one source row to the running column sums.
-void AccumulateRow(const unsigned char* row, uint32_t* sums, int count) {
+constexpr int kChannels = 3;
+// Source pixels summed per pass: the sums stay in L1.
+constexpr int kChunkPixels = 1024;
+constexpr int kChunkValues = kChunkPixels * kChannels;
+// Up to this block side a pixel's total (k * k * 255) fits the 16-bit sums.
+constexpr int kMaxNarrowSide = 16;
+
+// Adds N rows (N known to the compiler) to the sums, or starts them from those rows.
+template <int N>
+IQA_INLINE void AddRows(const unsigned char* first, size_t stride, int count, bool start,
+                        uint16_t* sums) {
+    const unsigned char* row[N];
+    for (int r = 0; r < N; ++r) {
+        row[r] = first + stride * static_cast<size_t>(r);
+    }
     for (int i = 0; i < count; ++i) {
-        sums[i] += row[i];
+        uint16_t total = start ? 0 : sums[i];
+        for (int r = 0; r < N; ++r) {
+            total = static_cast<uint16_t>(total + row[r][i]);
+        }
+        sums[i] = total;
+    }
+}
+
+// sums[i] = the column sum of bytes i of the block's `rows` (at least one) rows; each sum is
+// loaded and stored once per four rows.
+IQA_INLINE void SumColumns(const unsigned char* first, size_t stride, int64_t rows, int count,
+                           uint16_t* sums) {
+    for (int64_t r = 0; r < rows; r += 4) {
+        const unsigned char* from = first + stride * static_cast<size_t>(r);
+        switch (std::min<int64_t>(4, rows - r)) {
+            case 1:
+                AddRows<1>(from, stride, count, r == 0, sums);
+                break;
+            case 2:
+                AddRows<2>(from, stride, count, r == 0, sums);
+                break;
+            case 3:
+                AddRows<3>(from, stride, count, r == 0, sums);
+                break;
+            default:
+                AddRows<4>(from, stride, count, r == 0, sums);
+                break;
+        }
+    }
+}
+
+// The camera's usual block sides, known to the compiler: the totals and the division by the
+// constant area run on whole vectors; each pixel then takes its block's three values.
+template <int K>
+IQA_INLINE void FinishFixed(const uint16_t* sums, int pixels, unsigned char* out) {
+    constexpr int kStep = K * kChannels;
+    unsigned char totals[kChunkValues];
+    const int count = (pixels - 1) * kStep + kChannels;  // the last value any pixel takes
+    for (int i = 0; i < count; ++i) {
+        uint16_t total = sums[i];
+        for (int j = 1; j < K; ++j) {
+            total = static_cast<uint16_t>(total + sums[i + j * kChannels]);
+        }
+        totals[i] = static_cast<unsigned char>(total / (K * K));
+    }
+    for (int p = 0; p < pixels; ++p) {
+        for (int c = 0; c < kChannels; ++c) {
+            out[p * kChannels + c] = totals[p * kStep + c];
+        }
     }
 }
 
 // Exact division by the block area without a divide instruction (Granlund-Montgomery): for
-// every n < 2^28, n / area == (n * m) >> (28 + l) with l = ceil(log2 area) and
-// m = ceil(2^(28 + l) / area). A pixel's sum is below 1024 * 1024 * 255 < 2^28, and m < 2^29,
-// so the product fits in 64 bits and the loop vectorises.
+// every n < 2^16, n / area == (n * m) >> (16 + l) with l = ceil(log2 area) and
+// m = ceil(2^(16 + l) / area).
 struct AreaDivider {
     explicit AreaDivider(uint32_t area) {
         int l = 0;
-        while ((uint64_t{1} << l) < area) {
+        while ((uint32_t{1} << l) < area) {
             ++l;
         }
-        shift = 28 + l;
+        shift = 16 + l;
         multiplier = ((uint64_t{1} << shift) + area - 1) / area;
     }
-    uint32_t Divide(uint32_t n) const { return static_cast<uint32_t>((n * multiplier) >> shift); }
+    unsigned char Divide(uint32_t n) const {
+        return static_cast<unsigned char>((n * multiplier) >> shift);
+    }
     uint64_t multiplier;
     int shift;
 };
 
-// The camera's usual reductions (k = 2, 3, 4) with the block side known to the compiler, which
-// unrolls the sums and divides by the constant area with a multiply.
-template <int K>
-void FinishPixelsFixed(const uint32_t* sums, int pixels, unsigned char* out) {
-    for (int p = 0; p < pixels; ++p) {
-        const uint32_t* block = sums + p * K * kChannels;
-        for (int c = 0; c < kChannels; ++c) {
-            uint32_t total = 0;
-            for (int i = 0; i < K; ++i) {
-                total += block[i * kChannels + c];
+// Any other side up to kMaxNarrowSide. span[i] holds the sum of `width` pixels' values from i on;
+// doubling the width takes one whole-vector pass, and the widths k is made of are added into the
+// totals as they appear, so a side of k takes about 2 log2 k passes instead of k.
+IQA_INLINE void FinishNarrow(const uint16_t* sums, int k, int pixels, unsigned char* out) {
+    const int step = k * kChannels;
+    const int count = (pixels - 1) * step + kChannels;
+    const int valid = pixels * step;  // values of sums
+    uint16_t totals[kChunkValues];
+    uint16_t spans[2][kChunkValues];
+    const uint16_t* span = sums;
+    int width = 1, done = 0, next = 0;
+    for (int left = k; left > 0; left >>= 1) {
+        if (left & 1) {
+            const uint16_t* from = span + done * kChannels;
+            if (done == 0) {
+                std::copy_n(from, count, totals);
+            } else {
+                for (int i = 0; i < count; ++i) {
+                    totals[i] = static_cast<uint16_t>(totals[i] + from[i]);
+                }
             }
-            out[p * kChannels + c] = static_cast<unsigned char>(total / (K * K));
+            done += width;
+        }
+        if (left > 1) {
+            uint16_t* wider = spans[next];
+            next ^= 1;
+            // A span of 2 x width pixels starting at i exists while i + 2 x width pixels fit.
+            const int reach = valid - (2 * width - 1) * kChannels;
+            for (int i = 0; i < reach; ++i) {
+                wider[i] = static_cast<uint16_t>(span[i] + span[i + width * kChannels]);
+            }
+            span = wider;
+            width *= 2;
+        }
+    }
+    const AreaDivider divider(static_cast<uint32_t>(k * k));
+    for (int p = 0; p < pixels; ++p) {
+        for (int c = 0; c < kChannels; ++c) {
+            out[p * kChannels + c] = divider.Divide(totals[p * step + c]);
         }
     }
 }
 
-// Turns the column sums of `pixels` output pixels into their block means.
-void FinishPixels(const uint32_t* sums, int k, int pixels, unsigned char* out) {
+template <int K>
+IQA_INLINE void ReduceRowFixed(const unsigned char* first, size_t stride, int64_t rows,
+                               unsigned char* out, int dstWidth) {
+    uint16_t sums[kChunkValues];
+    constexpr int kPerChunk = kChunkPixels / K;
+    for (int x0 = 0; x0 < dstWidth; x0 += kPerChunk) {
+        const int pixels = std::min(kPerChunk, dstWidth - x0);
+        SumColumns(first + static_cast<size_t>(x0) * K * kChannels, stride, rows,
+                   pixels * K * kChannels, sums);
+        FinishFixed<K>(sums, pixels, out + static_cast<size_t>(x0) * kChannels);
+    }
+}
+
+// One output row from the `rows` source rows at `first` that belong to it.
+IQA_ROW_KERNEL void ReduceRowNarrow(const unsigned char* first, size_t stride, int64_t rows, int k,
+                                    unsigned char* out, int dstWidth) {
     switch (k) {
         case 2:
-            return FinishPixelsFixed<2>(sums, pixels, out);
+            return ReduceRowFixed<2>(first, stride, rows, out, dstWidth);
         case 3:
-            return FinishPixelsFixed<3>(sums, pixels, out);
+            return ReduceRowFixed<3>(first, stride, rows, out, dstWidth);
         case 4:
-            return FinishPixelsFixed<4>(sums, pixels, out);
+            return ReduceRowFixed<4>(first, stride, rows, out, dstWidth);
         default:
             break;
     }
-    const AreaDivider divider(static_cast<uint32_t>(k) * static_cast<uint32_t>(k));
-    uint32_t totals[kChunkPixels * kChannels];
-    std::fill_n(totals, pixels * kChannels, 0u);
-    const int stride = k * kChannels;
-    for (int i = 0; i < k; ++i) {  // add the block's columns one after the other
-        const uint32_t* column = sums + i * kChannels;
-        for (int p = 0; p < pixels; ++p) {
-            for (int c = 0; c < kChannels; ++c) {
-                totals[p * kChannels + c] += column[p * stride + c];
-            }
-        }
-    }
-    for (int b = 0; b < pixels * kChannels; ++b) {
-        out[b] = static_cast<unsigned char>(divider.Divide(totals[b]));
-    }
-}
-
-// One output row with k small enough for a chunk of column sums on the stack.
-void ReduceRowFast(const unsigned char* src, int srcWidth, int64_t rows, int k, int64_t firstRow,
-                   unsigned char* out, int dstWidth) {
-    uint32_t sums[kChunkPixels * kChannels];
-    const int perChunk = std::max(1, kChunkPixels / k);
+    uint16_t sums[kChunkValues];
+    const int perChunk = kChunkPixels / k;
     for (int x0 = 0; x0 < dstWidth; x0 += perChunk) {
         const int pixels = std::min(perChunk, dstWidth - x0);
-        const int bytes = pixels * k * kChannels;
-        std::memset(sums, 0, sizeof(uint32_t) * static_cast<size_t>(bytes));
-        const int64_t lastRow = std::min<int64_t>(firstRow + k, rows);
-        for (int64_t r = firstRow; r < lastRow; ++r) {
-            const size_t offset = (static_cast<size_t>(r) * static_cast<size_t>(srcWidth) +
-                                   static_cast<size_t>(x0) * static_cast<size_t>(k)) *
-                                  kChannels;
-            AccumulateRow(src + offset, sums, bytes);
-        }
-        FinishPixels(sums, k, pixels, out + static_cast<size_t>(x0) * kChannels);
+        SumColumns(first + static_cast<size_t>(x0) * static_cast<size_t>(k) * kChannels, stride,
+                   rows, pixels * k * kChannels, sums);
+        FinishNarrow(sums, k, pixels, out + static_cast<size_t>(x0) * kChannels);
     }
 }
 
 // One output row for very large blocks: plain 64-bit sums, no scratch space.
-void ReduceRowWide(const unsigned char* src, int srcWidth, int64_t rows, int k, int64_t firstRow,
+void ReduceRowWide(const unsigned char* first, size_t stride, int64_t rows, int k,
                    unsigned char* out, int dstWidth) {
     const uint64_t area = static_cast<uint64_t>(k) * static_cast<uint64_t>(k);
-    const int64_t lastRow = std::min<int64_t>(firstRow + k, rows);
     for (int x = 0; x < dstWidth; ++x) {
         for (int c = 0; c < kChannels; ++c) {
             uint64_t total = 0;
-            for (int64_t r = firstRow; r < lastRow; ++r) {
-                const unsigned char* p = src +
-                                         (static_cast<size_t>(r) * static_cast<size_t>(srcWidth) +
-                                          static_cast<size_t>(x) * static_cast<size_t>(k)) *
-                                             kChannels +
-                                         c;
+            for (int64_t r = 0; r < rows; ++r) {
+                const unsigned char* p =
+                    first + stride * static_cast<size_t>(r) +
+                    static_cast<size_t>(x) * static_cast<size_t>(k) * kChannels + c;
                 for (int i = 0; i < k; ++i) {
                     total += p[static_cast<size_t>(i) * kChannels];
                 }
@@ -140,13 +218,20 @@ void BoxReduce(const unsigned char* src, int srcWidth, int64_t srcRows, unsigned
         std::memset(dst, 0, rowBytes * static_cast<size_t>(dstHeight));
         return;
     }
+    const size_t stride = static_cast<size_t>(srcWidth) * kChannels;
     for (int y = 0; y < dstHeight; ++y) {
         const int64_t firstRow = static_cast<int64_t>(y) * k;
+        const int64_t rows = std::max<int64_t>(0, std::min<int64_t>(k, srcRows - firstRow));
         unsigned char* out = dst + rowBytes * static_cast<size_t>(y);
-        if (k <= kChunkPixels) {
-            ReduceRowFast(src, srcWidth, srcRows, k, firstRow, out, dstWidth);
+        if (rows == 0) {  // past the source: its rows read as zero
+            std::memset(out, 0, rowBytes);
+            continue;
+        }
+        const unsigned char* first = src + stride * static_cast<size_t>(firstRow);
+        if (k <= kMaxNarrowSide) {
+            ReduceRowNarrow(first, stride, rows, k, out, dstWidth);
         } else {
-            ReduceRowWide(src, srcWidth, srcRows, k, firstRow, out, dstWidth);
+            ReduceRowWide(first, stride, rows, k, out, dstWidth);
         }
     }
 }

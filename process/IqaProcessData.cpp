@@ -53,6 +53,23 @@ size_t RgbBytes(const ImageView& image) {
     return static_cast<size_t>(image.width) * static_cast<size_t>(image.height) * 3;
 }
 
+// The reduction of a decoded image: into a block of its own, then copied to the buffer's start.
+bool ReduceInto(const ImageView& large, const ImageView& small, size_t reducedBytes) {
+    MallocBlock reduced(reducedBytes, MallocBlock::Fill::kNone);
+    if (!reduced) {
+        IQA_LOG_OP(ANDROID_LOG_ERROR, kTagProcessData, "ProcessImage", "memory allocation failed");
+        return false;
+    }
+    IQA_CHECK_COPY_AS(kTagProcessData, "ProcessImage",
+                      memset_s(reduced.get(), reducedBytes, 0, reducedBytes));
+    // The larger image's decoded height bounds the rows a block may read, so differently shaped
+    // images never make the reduction read beyond what was decoded.
+    BoxReduce(large.buffer, large.width, large.height, reduced.get(), small.width, small.height);
+    IQA_CHECK_COPY_AS(kTagProcessData, "ProcessImage",
+                      memcpy_s(large.buffer, reducedBytes, reduced.get(), reducedBytes));
+    return true;
+}
+
 }  // namespace
 
 IqaProcessData::IqaProcessData() = default;
@@ -70,14 +87,9 @@ bool IqaProcessData::ProcessImage(IqaImageInfo& info) {
         IQA_LOGE(kTagProcessData, "Decoder failed");
         return false;
     }
-    // A second image with more pixels is reduced to the first's size; a JPEG is reduced while
-    // it decodes, into the block the reduction needs anyway, so the full-size image never goes
-    // out to memory. The block is taken quietly here: if it cannot be had, the plain path below
-    // allocates (and reports) in its usual place. It is cleared whole by the reduction, which
-    // writes every row, so the clear is needed only on the plain path.
-    MallocBlock early(RgbBytes(first) <= RSIZE_MAX_MEM ? RgbBytes(first) : 0,
-                      MallocBlock::Fill::kNone);
-    ReducingRowSink sink(early.get(), first.width, first.height, second.buffer);
+    // A second image with more pixels is reduced to the first's size. A JPEG is reduced while it
+    // decodes, straight into its own buffer, so its full-size image never goes out to memory.
+    ReducingRowSink sink(second.buffer, first.width, first.height, second.buffer);
     if (!DecodeInto(*this, info, second, info.jpegDecoderType, &sink)) {
         IQA_LOGE(kTagProcessData, "Decoder failed");
         return false;
@@ -90,27 +102,16 @@ bool IqaProcessData::ProcessImage(IqaImageInfo& info) {
     const ImageView& large = count1 < count2 ? second : first;
     const ImageView& small = count1 < count2 ? first : second;
     IQA_LOGI(kTagProcessData, "begin downscale jpeg %s", large.path.c_str());
-
     const size_t reducedBytes = RgbBytes(small);
-    const bool reuse = early && &small == &first;
-    MallocBlock late(reuse ? 0 : reducedBytes, MallocBlock::Fill::kNone);
-    unsigned char* reduced = reuse ? early.get() : late.get();
-    if (reduced == nullptr) {
-        IQA_LOGE(kTagProcessData, "memory allocation failed");
+    if (!sink.reduced() && !ReduceInto(large, small, reducedBytes)) {
         return false;
-    }
-    if (!sink.reduced()) {
-        IQA_CHECK_COPY(kTagProcessData, memset_s(reduced, reducedBytes, 0, reducedBytes));
-        // The larger image's decoded height bounds the rows a block may read, so differently
-        // shaped images never make the reduction read beyond what was decoded.
-        BoxReduce(large.buffer, large.width, large.height, reduced, small.width, small.height);
     }
     large.width = small.width;
     large.height = small.height;
-    // The whole buffer ends up zero behind the reduced image; only written bytes need clearing.
-    IQA_CHECK_COPY(kTagProcessData, WrittenExtent::Clear(large.buffer, info.bufferSize));
-    IQA_CHECK_COPY(kTagProcessData, memcpy_s(large.buffer, reducedBytes, reduced, reducedBytes));
-    WrittenExtent::NoteWritten(large.buffer, reducedBytes);
+    // The reduced image stands at the buffer's start; behind it the buffer must read as cleared
+    // whole, which for the run's own buffers means clearing only what an earlier image left.
+    IQA_CHECK_COPY(kTagProcessData,
+                   WrittenExtent::Clear(large.buffer, reducedBytes, info.bufferSize));
     return true;
 }
 

@@ -11,7 +11,9 @@
 #include "IqaLog.h"
 #include "IqaProcessData.h"
 #include "JpegFile.h"
+#include "JpegFileSource.h"
 #include "ResolvedPath.h"
+#include "SafeCopy.h"
 #include "ScopedFile.h"
 #include "WrittenExtent.h"
 
@@ -59,15 +61,35 @@ bool MatchesCheckedSize(const jpeg_decompress_struct& cinfo) {
            cinfo.output_components == kRgbComponents;
 }
 
-void ReadAllRows(jpeg_decompress_struct& cinfo, JpegRowSink& sink) {
+// Reads rows up to `end` in whatever batches the sink takes them.
+void ReadRows(jpeg_decompress_struct& cinfo, JpegRowSink& sink, JDIMENSION end) {
     JSAMPROW rows[kRowsPerCall];
-    while (cinfo.output_scanline < cinfo.output_height) {
+    while (cinfo.output_scanline < end) {
         const JDIMENSION first = cinfo.output_scanline;
-        const JDIMENSION placed =
-            sink.Place(first, std::min(kRowsPerCall, cinfo.output_height - first), rows);
-        const JDIMENSION read = jpeg_read_scanlines(&cinfo, rows, placed);
-        sink.Filled(first, read);
+        const JDIMENSION placed = sink.Place(first, std::min(kRowsPerCall, end - first), rows);
+        sink.Filled(first, jpeg_read_scanlines(&cinfo, rows, placed));
     }
+}
+
+// Columns right of the region are not reconstructed. The crop is one iMCU column wider than
+// the region: at its right edge fancy upsampling then sees the neighbours a whole decode sees,
+// and the region's pixels come out identical.
+void CropToRegion(jpeg_decompress_struct& cinfo, const RowRegion& region) {
+    JDIMENSION x = 0;
+    JDIMENSION width = region.columns + static_cast<JDIMENSION>(cinfo.max_h_samp_factor) * DCTSIZE;
+    if (width < cinfo.output_width) {
+        jpeg_crop_scanline(&cinfo, &x, &width);
+    }
+}
+
+// Rows below the region are entropy-decoded but not reconstructed, so that damage there is
+// reported exactly as a whole decode reports it; the last row is read, because skipping to the
+// very end would not decode what lies before it.
+void SkipRest(jpeg_decompress_struct& cinfo, JpegRowSink& sink) {
+    if (cinfo.output_scanline + 1 < cinfo.output_height) {
+        jpeg_skip_scanlines(&cinfo, cinfo.output_height - 1 - cinfo.output_scanline);
+    }
+    ReadRows(cinfo, sink, cinfo.output_height);
 }
 
 // Holds no object with a destructor: a longjmp back into this frame must skip nothing.
@@ -82,7 +104,7 @@ DecodeResult Decode(FILE* file, unsigned long long bufferSize, JpegRowSink& sink
         return {false, 0, 0};
     }
     jpeg_CreateDecompress(&cinfo, JPEG_LIB_VERSION, sizeof(jpeg_decompress_struct));
-    jpeg_stdio_src(&cinfo, file);
+    UseFileSource(&cinfo, file);
     jpeg_read_header(&cinfo, TRUE);
     // RGB output has three components whatever the file holds (a greyscale photo is expanded),
     // so the capacity is checked against what will really be written.
@@ -104,9 +126,12 @@ DecodeResult Decode(FILE* file, unsigned long long bufferSize, JpegRowSink& sink
         jpeg_destroy_decompress(&cinfo);
         return {false, 0, 0};
     }
-    sink.Begin(cinfo.output_width, cinfo.output_height);
-    ReadAllRows(cinfo, sink);
+    const RowRegion region = sink.Plan(cinfo.output_width, cinfo.output_height);
+    CropToRegion(cinfo, region);
+    sink.Begin(cinfo.output_width);
+    ReadRows(cinfo, sink, region.rows);
     sink.End();
+    SkipRest(cinfo, sink);
     const DecodeResult result{true, cinfo.image_width, cinfo.image_height};
     jpeg_finish_decompress(&cinfo);
     jpeg_destroy_decompress(&cinfo);
@@ -115,9 +140,15 @@ DecodeResult Decode(FILE* file, unsigned long long bufferSize, JpegRowSink& sink
 
 }  // namespace
 
-void BufferRowSink::Begin(uint32_t width, uint32_t height) {
-    rowBytes_ = static_cast<size_t>(width) * kRgbComponents;
-    WrittenExtent::NoteWritten(buffer_, rowBytes_ * height);
+RowRegion BufferRowSink::Plan(uint32_t width, uint32_t height) {
+    height_ = height;
+    return {width, height};
+}
+
+void BufferRowSink::Begin(uint32_t rowPixels) {
+    rowBytes_ = static_cast<size_t>(rowPixels) * kRgbComponents;
+    IQA_CHECK_COPY_AS(kTagProcessData, kOperation,
+                      WrittenExtent::Rewrite(buffer_, rowBytes_ * height_));
 }
 
 uint32_t BufferRowSink::Place(uint32_t first, uint32_t count, unsigned char** rows) {

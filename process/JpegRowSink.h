@@ -1,4 +1,4 @@
-// Where a JPEG decode puts its RGB rows: straight into the destination buffer, or into a
+// Where a JPEG's decoded rows go: straight into the destination buffer, or into a
 // reduction that consumes them while they are still in cache.
 #ifndef IQA_PROCESS_JPEG_ROW_SINK_H
 #define IQA_PROCESS_JPEG_ROW_SINK_H
@@ -8,16 +8,25 @@
 
 namespace IQA {
 
+// The part of an image a sink reads: the left `columns` of the top `rows` rows.
+struct RowRegion {
+    uint32_t columns;
+    uint32_t rows;
+};
+
 class JpegRowSink {
   public:
     virtual ~JpegRowSink() = default;
-    // The decoded size, once the header was read and the capacity checked.
-    virtual void Begin(uint32_t width, uint32_t height) = 0;
+    // The decoded size, once the header was read and the capacity checked. The decoder may
+    // leave out columns right of the region, and rows below it are only entropy-decoded.
+    virtual RowRegion Plan(uint32_t width, uint32_t height) = 0;
+    // Rows now arrive rowPixels pixels long (the region's columns or more).
+    virtual void Begin(uint32_t rowPixels) = 0;
     // Fills rows[0..n) with where rows first.. go and returns n, 1 <= n <= count.
     virtual uint32_t Place(uint32_t first, uint32_t count, unsigned char** rows) = 0;
     // Rows [first, first + count) hold their pixels now.
     virtual void Filled(uint32_t first, uint32_t count) = 0;
-    // Every row was decoded.
+    // Every row of the region was decoded.
     virtual void End() = 0;
 };
 
@@ -25,13 +34,15 @@ class JpegRowSink {
 class BufferRowSink : public JpegRowSink {
   public:
     explicit BufferRowSink(unsigned char* buffer) : buffer_(buffer) {}
-    void Begin(uint32_t width, uint32_t height) override;
+    RowRegion Plan(uint32_t width, uint32_t height) override;
+    void Begin(uint32_t rowPixels) override;
     uint32_t Place(uint32_t first, uint32_t count, unsigned char** rows) override;
     void Filled(uint32_t, uint32_t) override {}
     void End() override {}
 
   private:
     unsigned char* buffer_;
+    uint32_t height_ = 0;
     size_t rowBytes_ = 0;
 };
 

@@ -1,41 +1,60 @@
-// Streaming box reduction: source row r belongs to output row r / k at strip row r % k; rows
-// past k x dstHeight are decoded into a spill row and dropped, and rows the image does not have
-// count as zero, as they do for BoxReduce.
+// Streaming box reduction: source row r belongs to output row r / k; the strip holds a few whole
+// blocks so that the decoder fills it with many rows a call. Rows past k x dstHeight are decoded
+// into a spill row and dropped, and rows the image does not have count as zero, as they do for
+// BoxReduce.
 #include "ReducingRowSink.h"
 
 #include <algorithm>
 
 #include "BoxReduce.h"
+#include "SafeCopy.h"
+#include "WrittenExtent.h"
 
 namespace IQA {
 
 namespace {
 constexpr int kChannels = 3;
-}
+// Rows a strip holds at least: about what libjpeg gives in one call (an iMCU row of a 4:2:0
+// photo is 16 rows); for a 4000-pixel photo the strip stays within L2.
+constexpr uint32_t kStripRows = 16;
+}  // namespace
 
 ReducingRowSink::ReducingRowSink(unsigned char* out, int dstWidth, int dstHeight,
                                  unsigned char* buffer)
     : out_(out), dstWidth_(dstWidth), dstHeight_(dstHeight), plain_(buffer) {}
 
-void ReducingRowSink::Begin(uint32_t width, uint32_t height) {
+RowRegion ReducingRowSink::Plan(uint32_t width, uint32_t height) {
     const uint64_t pixels = static_cast<uint64_t>(width) * height;
     const uint64_t target = static_cast<uint64_t>(dstWidth_) * static_cast<uint64_t>(dstHeight_);
     if (out_ == nullptr || dstWidth_ < 1 || dstHeight_ < 1 || pixels <= target ||
         width < static_cast<uint32_t>(dstWidth_)) {
-        plain_.Begin(width, height);
-        return;
+        return plain_.Plan(width, height);
     }
-    srcWidth_ = static_cast<int>(width);
-    srcHeight_ = height;
     k_ = width / static_cast<uint32_t>(dstWidth_);
-    rowBytes_ = static_cast<size_t>(width) * kChannels;
-    stripBlock_ = std::make_unique<MallocBlock>(rowBytes_ * k_, MallocBlock::Fill::kNone);
-    spillBlock_ = std::make_unique<MallocBlock>(rowBytes_, MallocBlock::Fill::kNone);
-    if (*stripBlock_ && *spillBlock_) {
-        strip_ = stripBlock_->get();
-    } else {
-        plain_.Begin(width, height);
+    stripRows_ = k_ * ((kStripRows + k_ - 1) / k_);
+    const size_t widest = static_cast<size_t>(width) * kChannels;
+    stripBlock_ = std::make_unique<MallocBlock>(widest * stripRows_, MallocBlock::Fill::kNone);
+    spillBlock_ = std::make_unique<MallocBlock>(widest, MallocBlock::Fill::kNone);
+    if (!*stripBlock_ || !*spillBlock_) {
+        return plain_.Plan(width, height);
     }
+    strip_ = stripBlock_->get();
+    srcHeight_ = height;
+    const uint64_t used = static_cast<uint64_t>(k_) * static_cast<uint64_t>(dstHeight_);
+    return {k_ * static_cast<uint32_t>(dstWidth_),
+            static_cast<uint32_t>(std::min<uint64_t>(height, used))};
+}
+
+void ReducingRowSink::Begin(uint32_t rowPixels) {
+    if (strip_ == nullptr) {
+        return plain_.Begin(rowPixels);
+    }
+    rowPixels_ = rowPixels;
+    rowBytes_ = static_cast<size_t>(rowPixels) * kChannels;
+    IQA_CHECK_COPY_AS(
+        kTagProcessData, "JpegDecoder",
+        WrittenExtent::Rewrite(
+            out_, static_cast<size_t>(dstWidth_) * static_cast<size_t>(dstHeight_) * kChannels));
 }
 
 uint32_t ReducingRowSink::Place(uint32_t first, uint32_t count, unsigned char** rows) {
@@ -47,19 +66,25 @@ uint32_t ReducingRowSink::Place(uint32_t first, uint32_t count, unsigned char** 
         std::fill_n(rows, count, spillBlock_->get());
         return count;
     }
-    const uint32_t inBlock = first % k_;
-    const uint32_t n = std::min(count, k_ - inBlock);
+    const uint32_t inStrip = first % stripRows_;
+    const uint32_t n =
+        static_cast<uint32_t>(std::min<uint64_t>({count, stripRows_ - inStrip, used - first}));
     for (uint32_t i = 0; i < n; ++i) {
-        rows[i] = strip_ + rowBytes_ * (inBlock + i);
+        rows[i] = strip_ + rowBytes_ * (inStrip + i);
     }
     return n;
 }
 
 void ReducingRowSink::Filled(uint32_t first, uint32_t count) {
-    const uint64_t end = static_cast<uint64_t>(first) + count;
-    if (strip_ != nullptr && count > 0 && end % k_ == 0 &&
-        end <= static_cast<uint64_t>(k_) * static_cast<uint64_t>(dstHeight_)) {
-        ReduceBlock(static_cast<uint32_t>(end / k_ - 1), k_);
+    if (strip_ == nullptr) {
+        return;
+    }
+    const uint64_t used = static_cast<uint64_t>(k_) * static_cast<uint64_t>(dstHeight_);
+    for (uint64_t end = first + 1; end <= static_cast<uint64_t>(first) + count && end <= used;
+         ++end) {
+        if (end % k_ == 0) {
+            ReduceBlock(static_cast<uint32_t>(end / k_ - 1), k_);
+        }
     }
 }
 
@@ -77,9 +102,10 @@ void ReducingRowSink::End() {
 }
 
 void ReducingRowSink::ReduceBlock(uint32_t block, uint32_t rows) {
+    const size_t stripRow = (static_cast<size_t>(block) * k_) % stripRows_;
     unsigned char* row =
         out_ + static_cast<size_t>(block) * static_cast<size_t>(dstWidth_) * kChannels;
-    BoxReduce(strip_, srcWidth_, rows, row, dstWidth_, 1);
+    BoxReduce(strip_ + rowBytes_ * stripRow, static_cast<int>(rowPixels_), rows, row, dstWidth_, 1);
 }
 
 }  // namespace IQA

@@ -53,6 +53,7 @@ class RunBuffers {
     RunBuffers& operator=(const RunBuffers&) = delete;
 
     bool ok() const { return photo_ && thumb_; }
+    bool tracked() const { return tracked_; }
     unsigned char* photo() const { return photo_.get(); }
     unsigned char* thumb() const { return thumb_.get(); }
 
@@ -125,8 +126,13 @@ void IqaTaskManager::IqaProc(const std::string& cacheFolder, const std::string& 
             IQA_LOGI(kTagTaskManager, "img %s with low similarity : ssim %lf", photoPath.c_str(),
                      result.ssim);
         }
-        IQA_CHECK_COPY(kTagTaskManager, WrittenExtent::Clear(buffers.photo(), kPixelBufferSize));
-        IQA_CHECK_COPY(kTagTaskManager, WrittenExtent::Clear(buffers.thumb(), kPixelBufferSize));
+        // In the run's tracked buffers the next writer clears what it will not overwrite.
+        if (!buffers.tracked()) {
+            IQA_CHECK_COPY(kTagTaskManager,
+                           memset_s(buffers.photo(), kPixelBufferSize, 0, kPixelBufferSize));
+            IQA_CHECK_COPY(kTagTaskManager,
+                           memset_s(buffers.thumb(), kPixelBufferSize, 0, kPixelBufferSize));
+        }
     }
 }
 

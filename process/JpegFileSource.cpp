@@ -1,0 +1,79 @@
+// A libjpeg source manager over a FILE*, behaving as the stdio source does at end of file.
+#include "JpegFileSource.h"
+
+#include <jerror.h>
+
+namespace IQA {
+
+namespace {
+
+constexpr size_t kBlock = 64 * 1024;
+
+struct FileSource {
+    jpeg_source_mgr base;
+    FILE* file;
+    JOCTET* buffer;
+    bool startOfFile;
+};
+
+FileSource* Source(j_decompress_ptr cinfo) {
+    return reinterpret_cast<FileSource*>(cinfo->src);
+}
+
+void InitSource(j_decompress_ptr cinfo) {
+    Source(cinfo)->startOfFile = true;
+}
+
+boolean FillInputBuffer(j_decompress_ptr cinfo) {
+    FileSource* source = Source(cinfo);
+    size_t count = fread(source->buffer, 1, kBlock, source->file);
+    if (count == 0) {
+        if (source->startOfFile) {
+            ERREXIT(cinfo, JERR_INPUT_EMPTY);
+        }
+        // A truncated photo: warn and end it with a fake EOI marker, as the stdio source does.
+        WARNMS(cinfo, JWRN_JPEG_EOF);
+        source->buffer[0] = 0xFF;
+        source->buffer[1] = JPEG_EOI;
+        count = 2;
+    }
+    source->base.next_input_byte = source->buffer;
+    source->base.bytes_in_buffer = count;
+    source->startOfFile = false;
+    return TRUE;
+}
+
+void SkipInputData(j_decompress_ptr cinfo, long count) {
+    jpeg_source_mgr* source = cinfo->src;
+    if (count <= 0) {
+        return;
+    }
+    while (count > static_cast<long>(source->bytes_in_buffer)) {
+        count -= static_cast<long>(source->bytes_in_buffer);
+        FillInputBuffer(cinfo);  // never suspends
+    }
+    source->next_input_byte += count;
+    source->bytes_in_buffer -= static_cast<size_t>(count);
+}
+
+void TermSource(j_decompress_ptr) {}
+
+}  // namespace
+
+void UseFileSource(j_decompress_ptr cinfo, FILE* file) {
+    auto* source = static_cast<FileSource*>((*cinfo->mem->alloc_small)(
+        reinterpret_cast<j_common_ptr>(cinfo), JPOOL_PERMANENT, sizeof(FileSource)));
+    source->buffer = static_cast<JOCTET*>(
+        (*cinfo->mem->alloc_large)(reinterpret_cast<j_common_ptr>(cinfo), JPOOL_PERMANENT, kBlock));
+    source->file = file;
+    source->base.init_source = InitSource;
+    source->base.fill_input_buffer = FillInputBuffer;
+    source->base.skip_input_data = SkipInputData;
+    source->base.resync_to_restart = jpeg_resync_to_restart;
+    source->base.term_source = TermSource;
+    source->base.bytes_in_buffer = 0;
+    source->base.next_input_byte = nullptr;
+    cinfo->src = &source->base;
+}
+
+}  // namespace IQA
