@@ -18,6 +18,20 @@ inline void SilenceLog() {
     __android_log_set_logger(Quiet);
 }
 
+// The messages logged since the vector was last cleared, when CaptureLog is in effect.
+inline std::vector<std::string>& Logged() {
+    static std::vector<std::string> messages;
+    return messages;
+}
+
+inline void Keep(const struct __android_logger_data*, const char* message) {
+    Logged().push_back(message);
+}
+
+inline void CaptureLog() {
+    __android_log_set_logger(Keep);
+}
+
 // A file of this process under the temporary folder, rewritten for every input.
 inline const std::string& ScratchPath() {
     static const std::string path =

@@ -8,6 +8,7 @@
 #include "IqaTaskManager.h"
 #include "LogCapture.h"
 #include "ManagerPeer.h"
+#include "SceneGenerator.h"
 #include "TestFiles.h"
 #include "reference/ReferenceKernels.h"
 
@@ -248,6 +249,69 @@ TEST_F(BatchRun, RealPhotosEndToEnd) {
     EXPECT_FALSE(IsFileExists(BackupThumb("other")));
     EXPECT_TRUE(log.Contains("[ThumbnailDecoder]:Failed to resolve path" + work.path() + "/" +
                              kCamera + "/iqathumb/lost.thumbnail."));
+}
+
+// Decodes that are cut short (damaged data, rows and columns the reduction leaves out) must leave
+// nothing behind for the next photo: each photo of a mixed batch logs exactly what it logs when
+// it is evaluated alone.
+TEST_F(BatchRun, AMixedBatchLogsEachPhotoAsItsOwnRunDoes) {
+    const int w = 700, h = 131;
+    const Bytes scene = iqa_tools::RenderScene(w, h, 4);
+    const Bytes whole = iqa_test::CameraPhoto(scene, w, h);
+    const Bytes thumb = iqa_tools::BoxReduceRgb(scene, w, 64, 12);
+    Bytes damaged = whole;
+    for (size_t i = whole.size() / 2; i < whole.size() / 2 + 32; ++i) {
+        damaged[i] ^= 0xA5;
+    }
+    const struct {
+        const char* name;
+        Bytes photo;
+        int tw, th;
+    } photos[] = {
+        {"odd", iqa_test::CameraPhoto(iqa_tools::RenderScene(1003, 133, 5), 1003, 133), 100, 13},
+        {"cut", Bytes(whole.begin(), whole.begin() + static_cast<long>(whole.size() * 9 / 10)), 64,
+         12},
+        {"damaged", damaged, 64, 12},
+        {"larger_thumb", iqa_test::CameraPhoto(Bytes(40 * 30 * 3, 90), 40, 30), 64, 12},
+        {"whole", whole, 64, 12}};
+    std::vector<std::string> names;
+    for (const auto& p : photos) {
+        iqa_test::WriteFile(Photo(p.name), p.photo);
+        names.push_back(p.name);
+    }
+    const auto restock = [&] {
+        for (const auto& p : photos) {
+            AddThumb(p.name, p.tw, p.th, p.tw == 64 ? thumb : Bytes(p.tw * p.th * 3, 60));
+            iqa_test::WriteFile(Photo(p.name), p.photo);
+        }
+    };
+    // The run's lines per photo, in the order the photos were taken: each from its backup on.
+    const auto blocks = [&] {
+        std::vector<std::vector<std::string>> found;
+        for (const std::string& line : log.Lines()) {
+            if (line == "[CopyThumbs]:begin back up") {
+                found.emplace_back();
+            }
+            if (!found.empty()) {
+                found.back().push_back(line);
+            }
+        }
+        return found;
+    };
+    std::vector<std::vector<std::string>> alone;
+    for (auto name = names.rbegin(); name != names.rend(); ++name) {  // taken last in, first out
+        restock();
+        log.Clear();
+        Register({*name});
+        manager.BeginProcess();
+        ASSERT_EQ(1u, blocks().size()) << *name;
+        alone.push_back(blocks()[0]);
+    }
+    restock();
+    log.Clear();
+    Register(names);
+    manager.BeginProcess();
+    EXPECT_EQ(alone, blocks());
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include "IqaProcessData.h"
 #include "LogCapture.h"
 #include "TestFiles.h"
+#include "WrittenExtent.h"
 #include "reference/ReferenceKernels.h"
 
 using iqa_test::Bytes;
@@ -45,12 +46,25 @@ TEST_F(Decoders, ThumbnailDropsFourthByte) {
     EXPECT_EQ(1, height);
     EXPECT_TRUE(log.Contains("[ThumbnailDecoder]:output width 2, height 1\n"));
 
-    const Bytes rgb = iqa_test::RandomBytes(37 * 29 * 3, 8);
-    const Bytes raw = iqa_tools::ThumbnailFile(37, 29, rgb);
+    // Read in several blocks. Behind the image the buffer holds the last quarter of the raw
+    // bytes, as a whole read compacted in place leaves it, except in a batch run's own buffer.
+    const int w = 211, h = 173;
+    const Bytes raw = iqa_tools::ThumbnailFile(w, h, iqa_test::RandomBytes(w * h * 3, 8));
+    const Bytes pixels(raw.begin() + 16, raw.end());
     Write("b.thumbnail", raw);
-    EXPECT_EQ(37 * 29, Thumb("b.thumbnail", buffer.size()));
-    EXPECT_EQ(iqa_ref::DropFourthByte(Bytes(raw.begin() + 16, raw.end())),
-              Bytes(buffer.begin(), buffer.begin() + static_cast<long>(rgb.size())));
+    for (bool tracked : {false, true}) {
+        std::fill(buffer.begin(), buffer.end(), 0xCC);
+        if (tracked) {
+            IQA::WrittenExtent::Track(buffer.data());
+        }
+        EXPECT_EQ(w * h, Thumb("b.thumbnail", buffer.size()));
+        IQA::WrittenExtent::Forget(buffer.data());
+        const long image = w * h * 3, end = w * h * 4;
+        EXPECT_EQ(iqa_ref::DropFourthByte(pixels), Bytes(buffer.begin(), buffer.begin() + image));
+        EXPECT_EQ(tracked ? Bytes(end - image, 0xCC) : Bytes(pixels.begin() + image, pixels.end()),
+                  Bytes(buffer.begin() + image, buffer.begin() + end))
+            << (tracked ? "tracked" : "untracked");
+    }
 }
 
 TEST_F(Decoders, ThumbnailFailures) {

@@ -4,6 +4,7 @@
 #include "CameraFiles.h"
 #include "IqaProcessData.h"
 #include "LogCapture.h"
+#include "SceneGenerator.h"
 #include "TestFiles.h"
 #include "WrittenExtent.h"
 #include "reference/ReferenceKernels.h"
@@ -95,27 +96,86 @@ TEST_F(PrepareStage, DifferentShapesNeverReadBeyondTheDecodedImage) {
 }
 
 TEST_F(PrepareStage, JpegReducedWhileDecodingMatchesTheWholeImageReduction) {
-    // {jpeg w, h, thumbnail w, h}: rows past the image, a partial last block, rows never
-    // used, odd sizes, and a JPEG narrower than the thumbnail (k = 0).
-    const int cases[][4] = {{300, 10, 20, 100}, {97, 61, 9, 7},  {64, 64, 16, 4},
-                            {203, 157, 40, 31}, {10, 20, 50, 2}, {640, 480, 160, 120}};
+    // {jpeg w, h, thumbnail w, h, options}: rows past the image, a partial last block, rows never
+    // used, odd sizes, a JPEG narrower than the thumbnail (k = 0), and columns and rows left out
+    // of the decode (crop, skip) for 4:2:0 (fancy upsampling at the crop's edge), 4:4:4,
+    // progressive and restart-marked photos.
+    const iqa_tools::JpegOptions plain, full{false, 0, true}, progressive{true, 0, false},
+        restarts{false, 2, false};
+    const struct {
+        int w, h, tw, th;
+        const iqa_tools::JpegOptions& options;
+    } cases[] = {{300, 10, 20, 100, plain},      {97, 61, 9, 7, plain},
+                 {64, 64, 16, 4, plain},         {203, 157, 40, 31, plain},
+                 {10, 20, 50, 2, plain},         {640, 480, 160, 120, plain},
+                 {700, 131, 64, 12, plain},      {700, 131, 64, 12, full},
+                 {1000, 75, 300, 21, plain},     {1000, 75, 300, 21, progressive},
+                 {1003, 133, 100, 13, restarts}, {1003, 133, 100, 13, full}};
     for (const auto& c : cases) {
-        const Bytes rgb = iqa_test::RandomBytes(static_cast<size_t>(c[0]) * c[1] * 3, c[0]);
-        const Bytes jpeg = iqa_tools::EncodeJpeg(rgb, c[0], c[1], 3, 90);
+        const Bytes rgb = iqa_tools::RenderScene(c.w, c.h, static_cast<uint32_t>(c.w));
+        const Bytes jpeg = iqa_tools::EncodeJpeg(rgb, c.w, c.h, 3, 90, c.options);
         iqa_test::WriteFile(dir.File("s.jpg"), jpeg);
-        WriteThumb("s.thumbnail", c[2], c[3], Bytes(static_cast<size_t>(c[2]) * c[3] * 3, 5));
+        WriteThumb("s.thumbnail", c.tw, c.th, Bytes(static_cast<size_t>(c.tw) * c.th * 3, 5));
         IqaImageInfo info =
             Record("s.thumbnail", IQA::DECODER_THUMBNAIL, "s.jpg", IQA::DECODER_JPEG);
         ASSERT_TRUE(stage.ProcessImage(info));
         Bytes decoded;
         int w = 0, h = 0;
         ASSERT_TRUE(iqa_tools::DecodeJpeg(jpeg, &decoded, &w, &h));
-        const size_t bytes = static_cast<size_t>(c[2]) * c[3] * 3;
+        const size_t bytes = static_cast<size_t>(c.tw) * c.th * 3;
         Bytes expected(bytes);
-        iqa_ref::DownScale(decoded.data(), w, h, expected.data(), c[2], c[3]);
+        iqa_ref::DownScale(decoded.data(), w, h, expected.data(), c.tw, c.th);
         EXPECT_EQ(expected, Bytes(photo.begin(), photo.begin() + static_cast<long>(bytes)))
-            << c[0] << "x" << c[1];
+            << c.w << "x" << c.h << " to " << c.tw << "x" << c.th;
         EXPECT_EQ(0, photo[bytes]);
+    }
+}
+
+TEST_F(PrepareStage, DamagedPhotosDecodeAndLogAsAWholeDecodeDoes) {
+    // The reduction leaves out columns and rows (k = 10: 640 of 700 columns, 120 of 131 rows),
+    // yet damage anywhere, in rows it reads or not, must come out as from a whole decode.
+    const Bytes jpeg = iqa_tools::EncodeJpeg(iqa_tools::RenderScene(700, 131, 3), 700, 131, 3, 90);
+    WriteThumb("t.thumbnail", 64, 12, Bytes(64 * 12 * 3, 9));
+    const auto cut = [&](double at) {
+        return Bytes(jpeg.begin(), jpeg.begin() + static_cast<long>(jpeg.size() * at));
+    };
+    const auto hit = [&](double at) {
+        Bytes damaged = jpeg;
+        for (size_t i = 0; i < 24; ++i) {
+            damaged[static_cast<size_t>(damaged.size() * at) + i] ^=
+                static_cast<unsigned char>(0x5A + i);
+        }
+        return damaged;
+    };
+    Bytes garbage = jpeg;
+    garbage.insert(garbage.end() - 2, {0x12, 0x34, 0xFF, 0x01});  // bytes before EOI
+    for (const Bytes& file : {cut(0.5), cut(0.97), cut(0.995), hit(0.4), hit(0.98), garbage}) {
+        iqa_test::WriteFile(dir.File("d.jpg"), file);
+        const auto decoderLines = [&] {
+            std::vector<std::string> lines;
+            for (const std::string& l : log.Lines()) {
+                if (l.rfind("[JpegDecoder]:", 0) == 0) {
+                    lines.push_back(l);
+                }
+            }
+            return lines;
+        };
+        log.Clear();
+        int w = 0, h = 0;
+        const bool whole =
+            stage.JpegDecoder(dir.File("d.jpg").c_str(), thumb.data(), kCapacity, &w, &h) > 0;
+        const std::vector<std::string> expected = decoderLines();
+        Bytes reduced(64 * 12 * 3);
+        iqa_ref::DownScale(thumb.data(), w, h, reduced.data(), 64, 12);
+
+        log.Clear();
+        IqaImageInfo info =
+            Record("t.thumbnail", IQA::DECODER_THUMBNAIL, "d.jpg", IQA::DECODER_JPEG);
+        EXPECT_EQ(whole, stage.ProcessImage(info));
+        EXPECT_EQ(expected, decoderLines());
+        if (whole) {
+            EXPECT_EQ(reduced, Bytes(photo.begin(), photo.begin() + 64 * 12 * 3));
+        }
     }
 }
 
