@@ -34,12 +34,20 @@ IQA_INLINE void AddRows(const unsigned char* first, size_t stride, int count, bo
     for (int r = 0; r < N; ++r) {
         row[r] = first + stride * static_cast<size_t>(r);
     }
-    for (int i = 0; i < count; ++i) {
-        uint16_t total = start ? 0 : sums[i];
+    const auto add = [&](int i, uint16_t total) {
         for (int r = 0; r < N; ++r) {
             total = static_cast<uint16_t>(total + row[r][i]);
         }
-        sums[i] = total;
+        return total;
+    };
+    if (start) {  // two loops, so that neither carries a test
+        for (int i = 0; i < count; ++i) {
+            sums[i] = add(i, 0);
+        }
+    } else {
+        for (int i = 0; i < count; ++i) {
+            sums[i] = add(i, sums[i]);
+        }
     }
 }
 

@@ -1,16 +1,21 @@
 #!/usr/bin/env bash
 # Installs the built project into a staging prefix, then builds and runs a host program against
-# it twice: through find_package(iqa) and through pkg-config.
+# it twice: through find_package(iqa) and through pkg-config. When the project is cross-built,
+# IQA_TOOLCHAIN (its toolchain file), IQA_CXX (its compiler) and IQA_EMULATOR (the command that
+# runs its programs) make the host program a program for the same target.
 set -euo pipefail
 build=$1 source=$2 work=$3
+toolchain=${IQA_TOOLCHAIN:-} cxx=${IQA_CXX:-c++}
+read -r -a emulator <<<"${IQA_EMULATOR:-}"
 rm -rf "$work" && mkdir -p "$work"
 cmake --install "$build" --prefix "$work/prefix" >/dev/null
-cmake -S "$source" -B "$work/cmake" -DCMAKE_PREFIX_PATH="$work/prefix" >/dev/null
+cmake -S "$source" -B "$work/cmake" -DCMAKE_PREFIX_PATH="$work/prefix" \
+  ${toolchain:+-DCMAKE_TOOLCHAIN_FILE="$toolchain"} >/dev/null
 cmake --build "$work/cmake" >/dev/null
-LD_LIBRARY_PATH="$work/prefix/lib" "$work/cmake/consumer" 2>/dev/null
+LD_LIBRARY_PATH="$work/prefix/lib" "${emulator[@]}" "$work/cmake/consumer" 2>/dev/null
 pcdir=$(dirname "$(find "$work/prefix" -name iqa.pc)")
 flags=$(PKG_CONFIG_PATH="$pcdir" pkg-config --cflags --libs iqa)
 # shellcheck disable=SC2086
-c++ -std=c++17 "$source/main.cpp" -o "$work/consumer-pc" $flags
-LD_LIBRARY_PATH="$pcdir/.." "$work/consumer-pc" 2>/dev/null
+"$cxx" -std=c++17 "$source/main.cpp" -o "$work/consumer-pc" $flags
+LD_LIBRARY_PATH="$pcdir/.." "${emulator[@]}" "$work/consumer-pc" 2>/dev/null
 echo "consumer ok"
