@@ -8,6 +8,7 @@
 
 #include "CameraFiles.h"
 #include "CameraPaths.h"
+#include "Deadline.h"
 #include "IqaTaskManager.h"
 #include "LogCapture.h"
 #include "ManagerPeer.h"
@@ -101,15 +102,15 @@ TEST_F(Stress, HostThreadsAndDestructionDuringRuns) {
         const auto started = [](const std::string& l) {
             return l.rfind("[IqaProc]:begin process", 0) == 0;
         };
-        while (iqa_test::Peer::Queued(*manager) != 0) {  // a queued stop would discard it
-            std::this_thread::yield();
-        }
+        ASSERT_TRUE(iqa_test::Eventually(  // a queued stop would discard what comes next
+            [&] { return iqa_test::Peer::Queued(*manager) == 0; },
+            "the worker emptying its queue"));
         const size_t registrations = log.CountMatches(settled);
         manager->AddRequest(Request{REQUEST_REGISTER_TASK, last, false});
-        ASSERT_TRUE(log.WaitForMatches(settled, registrations + 1));
+        ASSERT_TRUE(log.WaitForMatches(settled, registrations + 1, "the registration of " + last));
         const size_t runs = log.CountMatches(started);
         manager->AddRequest(Request{REQUEST_BEGIN_PROCESS, "", false});
-        ASSERT_TRUE(log.WaitForMatches(started, runs + 1));
+        ASSERT_TRUE(log.WaitForMatches(started, runs + 1, "the start of a batch run"));
         manager.reset();
     }
 

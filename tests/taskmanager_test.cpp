@@ -3,8 +3,10 @@
 
 #include <sys/stat.h>
 
+#include <future>
 #include <thread>
 
+#include "Deadline.h"
 #include "IqaTaskManager.h"
 #include "LogCapture.h"
 #include "ManagerPeer.h"
@@ -82,7 +84,7 @@ TEST_F(TaskManager, InvalidRequestEndsWorkerAndNextRegistrationRestartsIt) {
     ASSERT_TRUE(log.WaitFor(Registered("a", 1)));  // until then the drop rule applies
     manager.AddRequest(Make(3));
     ASSERT_TRUE(log.WaitFor("[ProcessRequests]:Invalid request or stop"));
-    Peer::WaitWorkerEnded(manager);
+    ASSERT_TRUE(Peer::WorkerEnds(manager));
     EXPECT_EQ(ANDROID_LOG_ERROR, log.Entries().back().priority);
 
     manager.AddRequest(Make(REQUEST_BEGIN_PROCESS));  // waits for a worker
@@ -90,7 +92,7 @@ TEST_F(TaskManager, InvalidRequestEndsWorkerAndNextRegistrationRestartsIt) {
     EXPECT_EQ(2u, Peer::Queued(manager));
     manager.AddRequest(Make(REQUEST_REGISTER_TASK, "c"));
     ASSERT_TRUE(log.WaitFor("[ProcessRequests]:Invalid request or stop", 2));
-    Peer::WaitWorkerEnded(manager);
+    ASSERT_TRUE(Peer::WorkerEnds(manager));
     const std::vector<std::string> lines = log.Lines();
     const auto high = std::find(lines.begin(), lines.end(),
                                 "[IqaProc]:img storage/emulated/0/DCIM/Camera/a.jpg with high "
@@ -108,7 +110,7 @@ TEST_F(TaskManager, StopRequestDiscardsWhatIsQueuedBehindIt) {
     manager.AddRequest(Make(REQUEST_REGISTER_TASK, "q"));
     ASSERT_TRUE(log.WaitFor(Registered("q", 2)));
     manager.AddRequest(Make(REQUEST_BEGIN_PROCESS));
-    gate.WaitEntered();  // the run holds q; p is still listed, so a stop is not dropped
+    ASSERT_TRUE(gate.Entered());  // the run holds q; p is still listed, so a stop is not dropped
     manager.AddRequest(Make(REQUEST_REGISTER_TASK, "x"));
     manager.AddRequest(Make(REQUEST_STOP, "", true));
     EXPECT_TRUE(Peer::Stop(manager));  // at once, on the host's thread
@@ -116,9 +118,8 @@ TEST_F(TaskManager, StopRequestDiscardsWhatIsQueuedBehindIt) {
     manager.AddRequest(Make(REQUEST_BEGIN_PROCESS));
     gate.Open();
     ASSERT_TRUE(log.WaitFor(Registered("x", 3)));
-    while (Peer::Queued(manager) != 0) {  // the stop request empties the queue
-        std::this_thread::yield();
-    }
+    ASSERT_TRUE(iqa_test::Eventually([&] { return Peer::Queued(manager) == 0; },
+                                     "the stop request emptying the queue"));
     manager.AddRequest(Make(REQUEST_REGISTER_TASK, "last"));
     ASSERT_TRUE(log.WaitFor(Registered("last", 4)));
     EXPECT_FALSE(log.Contains(Registered("z", 4)));
@@ -138,14 +139,20 @@ TEST_F(TaskManager, DestructionWaitsForTheBatchRun) {
     ASSERT_TRUE(log.WaitFor(Registered("p", 1)));
     manager->AddRequest(Make(REQUEST_BEGIN_PROCESS));
     manager->AddRequest(Make(REQUEST_REGISTER_TASK, "queued"));
-    gate.WaitEntered();
+    ASSERT_TRUE(gate.Entered());
+    std::promise<void> done;
+    std::future<void> finished = done.get_future();
     std::thread host([&] {
         manager.reset();
         destroyed = true;
+        done.set_value();
     });
     ASSERT_TRUE(log.WaitFor("[~IqaTaskManager]:end IqaTaskManager"));
     EXPECT_FALSE(destroyed.load());  // the worker is still held inside the chain
     gate.Open();
+    // Should the destructor never return, the joinable thread ends the test with an abort.
+    ASSERT_EQ(std::future_status::ready, finished.wait_for(iqa_test::kDeadline))
+        << "the manager's destructor did not return once the batch run could finish";
     host.join();
     EXPECT_TRUE(log.Contains(
         "[IqaProc]:img storage/emulated/0/DCIM/Camera/p.jpg with high similarity : ssim 0.990000"));

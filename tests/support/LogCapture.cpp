@@ -1,6 +1,7 @@
 // A logger installed with __android_log_set_logger that records every line.
 #include "LogCapture.h"
 
+#include "Deadline.h"
 #include "LogLines.h"
 
 #include <android/log.h>
@@ -53,18 +54,24 @@ LogCapture::~LogCapture() {
     gHook = nullptr;
 }
 
-bool LogCapture::WaitFor(const std::string& line, size_t count) const {
-    return WaitForMatches([&](const std::string& l) { return l == line; }, count);
+::testing::AssertionResult LogCapture::WaitFor(const std::string& line, size_t count) const {
+    return WaitForMatches([&](const std::string& l) { return l == line; }, count,
+                          "the line \"" + line + "\"");
 }
 
-bool LogCapture::WaitForMatches(const std::function<bool(const std::string&)>& match,
-                                size_t count) const {
+::testing::AssertionResult LogCapture::WaitForMatches(
+    const std::function<bool(const std::string&)>& match, size_t count,
+    const std::string& what) const {
     std::unique_lock<std::mutex> lock(gMutex);
-    return gLogged.wait_for(lock, std::chrono::seconds(60), [&] {
-        return static_cast<size_t>(std::count_if(
-                   gEntries.begin(), gEntries.end(),
-                   [&](const LogEntry& e) { return match(StripLine(e.message)); })) >= count;
-    });
+    if (gLogged.wait_for(lock, kDeadline, [&] {
+            return static_cast<size_t>(std::count_if(
+                       gEntries.begin(), gEntries.end(),
+                       [&](const LogEntry& e) { return match(StripLine(e.message)); })) >= count;
+        })) {
+        return ::testing::AssertionSuccess();
+    }
+    return ::testing::AssertionFailure() << what << " was not logged " << count
+                                         << " time(s) within " << kDeadline.count() << " s";
 }
 
 size_t LogCapture::CountMatches(const std::function<bool(const std::string&)>& match) const {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include <android/log.h>
+#include <gtest/gtest.h>
 
 namespace iqa_test {
 
@@ -33,11 +34,12 @@ class LogCapture {
     size_t Count(const std::string& line) const;
     void Clear();
 
-    // Blocks until `line` (in Lines() form) has been logged `count` times; false if that does
-    // not happen within a minute, which only a hung worker explains.
-    bool WaitFor(const std::string& line, size_t count = 1) const;
-    // The same for lines (in Lines() form) that `match` accepts.
-    bool WaitForMatches(const std::function<bool(const std::string&)>& match, size_t count) const;
+    // Blocks until `line` (in Lines() form) has been logged `count` times; fails naming the line
+    // if that does not happen before the deadline, which only a hung worker explains.
+    ::testing::AssertionResult WaitFor(const std::string& line, size_t count = 1) const;
+    // The same for lines (in Lines() form) that `match` accepts; `what` names them.
+    ::testing::AssertionResult WaitForMatches(const std::function<bool(const std::string&)>& match,
+                                              size_t count, const std::string& what) const;
     size_t CountMatches(const std::function<bool(const std::string&)>& match) const;
     // Runs `hook` on the logging thread for every line (in Lines() form) from now on.
     void OnLine(std::function<void(const std::string&)> hook);

@@ -7,6 +7,9 @@
 #include <memory>
 #include <mutex>
 
+#include <gtest/gtest.h>
+
+#include "Deadline.h"
 #include "IqaTaskManager.h"
 
 namespace IQA {
@@ -23,7 +26,12 @@ struct IqaTaskManagerTestPeer {
     }
     static bool Stop(const IqaTaskManager& m) { return m.stopStatus.load(); }
     static bool WorkerStarted(const IqaTaskManager& m) { return m.workerFuture.valid(); }
-    static void WaitWorkerEnded(IqaTaskManager& m) { m.workerFuture.wait(); }
+    static ::testing::AssertionResult WorkerEnds(IqaTaskManager& m) {
+        if (m.workerFuture.wait_for(iqa_test::kDeadline) == std::future_status::ready) {
+            return ::testing::AssertionSuccess();
+        }
+        return ::testing::AssertionFailure() << "the worker did not end";
+    }
 };
 
 }  // namespace IQA
@@ -56,7 +64,8 @@ inline std::shared_ptr<IQA::IqaProcessNode> ScoreNode(double ssim, int width = 1
     });
 }
 
-// Blocks the worker inside a stage until the test opens it.
+// Blocks the worker inside a stage until the test opens it (or the deadline passes, so that a
+// failed test never leaves the worker, and the manager's destructor with it, waiting).
 class Gate {
   public:
     std::shared_ptr<IQA::IqaProcessNode> Node() {
@@ -64,13 +73,16 @@ class Gate {
             std::unique_lock<std::mutex> lock(mutex_);
             entered_ = true;
             changed_.notify_all();
-            changed_.wait(lock, [this] { return open_; });
+            changed_.wait_for(lock, kDeadline, [this] { return open_; });
             return true;
         });
     }
-    void WaitEntered() {
+    ::testing::AssertionResult Entered() {
         std::unique_lock<std::mutex> lock(mutex_);
-        changed_.wait(lock, [this] { return entered_; });
+        if (changed_.wait_for(lock, kDeadline, [this] { return entered_; })) {
+            return ::testing::AssertionSuccess();
+        }
+        return ::testing::AssertionFailure() << "the batch run did not reach the gate";
     }
     void Open() {
         {
