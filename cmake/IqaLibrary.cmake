@@ -5,8 +5,8 @@ find_package(Threads REQUIRED)
 
 set(IQA_INTERNAL_INCLUDES common process taskmanager upload anomdetect)
 
-# The photo file formats, file calls and the dump's journal: also linked into the host tools,
-# which read and recover photos exactly as the library does.
+# What the host tools share with the library, so that they read, recover and score photos
+# exactly as it does: the photo file formats, file calls, the dump's journal and the block SSIM.
 add_library(iqa_core STATIC
   common/IqaLog.cpp
   common/FileCalls.cpp
@@ -14,12 +14,14 @@ add_library(iqa_core STATIC
   upload/JpegStream.cpp
   upload/PhotoTrailer.cpp
   upload/DumpJournal.cpp
+  process/BlockSsim.cpp
 )
 set_target_properties(iqa_core PROPERTIES
   CXX_VISIBILITY_PRESET hidden
   VISIBILITY_INLINES_HIDDEN ON
   POSITION_INDEPENDENT_CODE ON)
-target_include_directories(iqa_core PUBLIC common upload)
+target_include_directories(iqa_core PUBLIC common upload process)
+target_compile_options(iqa_core PRIVATE -ffp-contract=off)
 target_link_libraries(iqa_core PUBLIC iqa_android_log PRIVATE iqa_warnings)
 
 add_library(iqa_objects OBJECT
@@ -49,7 +51,7 @@ target_compile_options(iqa_objects PRIVATE -ffp-contract=off)
 # The pixel kernels are written to vectorise; GCC does so at -O2 only with its full cost model,
 # and the tests (at -O2) must exercise the vector code the phones run.
 set_source_files_properties(process/BoxReduce.cpp process/ThumbnailDecoder.cpp
-  process/IqaCompSim.cpp process/Nv12.cpp PROPERTIES COMPILE_OPTIONS
+  process/BlockSsim.cpp process/Nv12.cpp PROPERTIES COMPILE_OPTIONS
   "$<$<CXX_COMPILER_ID:GNU>:-ftree-vectorize;-fvect-cost-model=dynamic>")
 target_include_directories(iqa_objects
   PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>

@@ -8,15 +8,12 @@
 #include <algorithm>
 #include <cstring>
 
+#include "KernelClones.h"
+
 namespace IQA {
 
 namespace {
 
-#if defined(__x86_64__) && !defined(__ANDROID__)
-#define IQA_ROW_KERNEL __attribute__((target_clones("avx2", "default")))
-#else
-#define IQA_ROW_KERNEL
-#endif
 #define IQA_INLINE inline __attribute__((always_inline))
 
 constexpr int kChannels = 3;
@@ -171,8 +168,8 @@ IQA_INLINE void ReduceRowFixed(const unsigned char* first, size_t stride, int64_
 }
 
 // One output row from the `rows` source rows at `first` that belong to it.
-IQA_ROW_KERNEL void ReduceRowNarrow(const unsigned char* first, size_t stride, int64_t rows, int k,
-                                    unsigned char* out, int dstWidth) {
+IQA_KERNEL_CLONES void ReduceRowNarrow(const unsigned char* first, size_t stride, int64_t rows,
+                                       int k, unsigned char* out, int dstWidth) {
     switch (k) {
         case 2:
             return ReduceRowFixed<2>(first, stride, rows, out, dstWidth);

@@ -5,6 +5,7 @@
 
 #include "IqaLog.h"
 #include "IqaProcessData.h"
+#include "KernelClones.h"
 #include "MallocBlock.h"
 #include "ResolvedPath.h"
 #include "SafeCopy.h"
@@ -27,16 +28,10 @@ int32_t ReadLittleEndian32(const unsigned char* p) {
 // Raw pixels are read a block at a time through the header's allocation.
 constexpr size_t kBlockPixels = 16 * 1024;
 
-#if defined(__x86_64__) && !defined(__ANDROID__)
-#define IQA_PIXEL_KERNEL __attribute__((target_clones("avx2", "default")))
-#else
-#define IQA_PIXEL_KERNEL
-#endif
-
 // R, G, B of each raw pixel, the fourth byte dropped; source and destination never overlap, so
 // compilers vectorise it.
-IQA_PIXEL_KERNEL void DropFourthBytes(const unsigned char* __restrict raw, int64_t pixels,
-                                      unsigned char* __restrict rgb) {
+IQA_KERNEL_CLONES void DropFourthBytes(const unsigned char* __restrict raw, int64_t pixels,
+                                       unsigned char* __restrict rgb) {
     for (int64_t i = 0; i < pixels; ++i) {
         rgb[3 * i] = raw[4 * i];
         rgb[3 * i + 1] = raw[4 * i + 1];

@@ -1,0 +1,54 @@
+// The block SSIM of two byte planes: every whole 8x8 block's value, in the order the mean adds
+// them up (rows of blocks from the top, each from the left). Shared by the SSIM stage and the
+// host tools' block map, so that a map's values add up to the stage's score bit for bit.
+#ifndef IQA_PROCESS_BLOCK_SSIM_H
+#define IQA_PROCESS_BLOCK_SSIM_H
+
+#include <algorithm>
+#include <cstdint>
+
+namespace IQA {
+
+constexpr int kSsimBlock = 8;
+
+struct BlockSums {
+    uint32_t a = 0, b = 0, aa = 0, bb = 0, ab = 0;
+};
+
+// Blocks of one band summed per pass.
+constexpr int kBandBlocks = 64;
+
+// The sums of `blocks` (at most kBandBlocks) blocks side by side in one band of 8 rows.
+void SumBand(const unsigned char* p1, const unsigned char* p2, int64_t stride, int blocks,
+             BlockSums* out);
+
+// One block's SSIM from its sums; false when its denominator is exactly 0.
+bool BlockValue(const BlockSums& s, double* value);
+
+// Calls visit(blockX, blockY, value) for every whole block of the width x height planes, in
+// order. Stops and returns false at a block whose denominator is 0.
+template <typename Visit>
+bool ForEachBlockSsim(const unsigned char* p1, const unsigned char* p2, int width, int height,
+                      Visit visit) {
+    const int blocksX = width / kSsimBlock, blocksY = height / kSsimBlock;
+    BlockSums band[kBandBlocks];
+    for (int by = 0; by < blocksY; ++by) {
+        for (int bx0 = 0; bx0 < blocksX; bx0 += kBandBlocks) {
+            const int blocks = std::min(kBandBlocks, blocksX - bx0);
+            const int64_t offset = static_cast<int64_t>(by) * kSsimBlock * width + bx0 * kSsimBlock;
+            SumBand(p1 + offset, p2 + offset, width, blocks, band);
+            for (int i = 0; i < blocks; ++i) {
+                double value = 0.0;
+                if (!BlockValue(band[i], &value)) {
+                    return false;
+                }
+                visit(bx0 + i, by, value);
+            }
+        }
+    }
+    return true;
+}
+
+}  // namespace IQA
+
+#endif  // IQA_PROCESS_BLOCK_SSIM_H
