@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <map>
 
+#include "BoxReduce.h"
 #include "CameraFiles.h"
 #include "SceneGenerator.h"
 
@@ -81,7 +82,10 @@ const Bytes& PhotoDecoded(const Photo& photo) {
 }
 
 Bytes ThumbnailRgb(const Photo& photo, int width, int height) {
-    return iqa_tools::BoxReduceRgb(PhotoDecoded(photo), photo.width, width, height);
+    Bytes rgb(static_cast<size_t>(width) * static_cast<size_t>(height) * 3);
+    IQA::BoxReduce(PhotoDecoded(photo).data(), photo.width, photo.height, rgb.data(), width,
+                   height);
+    return rgb;
 }
 
 std::string ThumbnailPath(const Photo& photo, int width, int height) {

@@ -6,7 +6,8 @@ find_package(Threads REQUIRED)
 set(IQA_INTERNAL_INCLUDES common process taskmanager upload anomdetect)
 
 # What the host tools share with the library, so that they read, recover and score photos
-# exactly as it does: the photo file formats, file calls, the dump's journal and the block SSIM.
+# exactly as it does: the photo file formats, file calls, the dump's journal, the box reduction
+# and the block SSIM.
 add_library(iqa_core STATIC
   common/IqaLog.cpp
   common/FileCalls.cpp
@@ -14,6 +15,7 @@ add_library(iqa_core STATIC
   upload/JpegStream.cpp
   upload/PhotoTrailer.cpp
   upload/DumpJournal.cpp
+  process/BoxReduce.cpp
   process/BlockSsim.cpp
 )
 set_target_properties(iqa_core PROPERTIES
@@ -31,7 +33,6 @@ add_library(iqa_objects OBJECT
   process/ThumbnailDecoder.cpp
   process/JpegDecoder.cpp
   process/JpegFileSource.cpp
-  process/BoxReduce.cpp
   process/Nv12.cpp
   process/WrittenExtent.cpp
   process/ReducingRowSink.cpp

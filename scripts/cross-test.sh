@@ -10,7 +10,7 @@ if [ $# -lt 1 ] || [ "$1" != aarch64 ]; then
   exit 2
 fi
 shift
-toolchain=cmake/toolchains/aarch64-linux-gnu.cmake
+toolchain=$PWD/cmake/toolchains/aarch64-linux-gnu.cmake
 
 build=${IQA_BUILD_DIR:-build-aarch64}
 mkdir -p "$build"
@@ -28,7 +28,7 @@ installed() {
 command -v aarch64-linux-gnu-g++ >/dev/null || missing "the cross compiler (crossbuild-essential-arm64)"
 command -v qemu-aarch64 >/dev/null || missing "the emulator qemu-aarch64 (qemu-user)"
 for package in libc6:arm64 libjpeg62-turbo-dev:arm64 libsafec-dev:arm64 android-liblog-dev:arm64 \
-  libgtest-dev:arm64; do
+  libgtest-dev:arm64 libpng-dev:arm64; do
   installed "$package" || missing "$package"
 done
 

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Installs, with apt-get, every package the build, tests, benchmarks and fuzzers need. With
+# Installs, with apt-get, every package the build, tests, benchmarks and fuzzers need (Chromium
+# renders the iqa tool's HTML report in a test). With
 # --cross aarch64 it also installs what cross-building for the phones' 64-bit ARM CPU and
 # running the tests under emulation needs: Debian's cross compiler, qemu-user and the arm64
 # builds of the libraries (multiarch). Safe to run again: only what is missing is installed.
@@ -15,6 +16,7 @@ packages=(
   clang libclang-rt-dev clang-format
   libjpeg62-turbo-dev libsafec-dev android-liblog-dev
   libgtest-dev libgmock-dev libbenchmark-dev
+  libcli11-dev nlohmann-json3-dev libpng-dev chromium
 )
 foreign=""
 case "${1:-}" in
@@ -23,7 +25,8 @@ case "${1:-}" in
     [ $# -eq 2 ] && [ "$2" = aarch64 ] || usage
     foreign=arm64
     packages+=(crossbuild-essential-arm64 qemu-user)
-    for library in libjpeg62-turbo-dev libsafec-dev android-liblog-dev libgtest-dev libgmock-dev; do
+    for library in libjpeg62-turbo-dev libsafec-dev android-liblog-dev libgtest-dev libgmock-dev \
+      libpng-dev; do
       packages+=("$library:arm64")
     done
     ;;

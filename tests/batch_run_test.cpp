@@ -258,7 +258,7 @@ TEST_F(BatchRun, AMixedBatchLogsEachPhotoAsItsOwnRunDoes) {
     const int w = 700, h = 131;
     const Bytes scene = iqa_tools::RenderScene(w, h, 4);
     const Bytes whole = iqa_test::CameraPhoto(scene, w, h);
-    const Bytes thumb = iqa_tools::BoxReduceRgb(scene, w, 64, 12);
+    const Bytes thumb = iqa_ref::Reduced(scene, w, 64, 12);
     Bytes damaged = whole;
     for (size_t i = whole.size() / 2; i < whole.size() / 2 + 32; ++i) {
         damaged[i] ^= 0xA5;

@@ -23,6 +23,7 @@
 #include "LogCapture.h"
 #include "SceneGenerator.h"
 #include "TestFiles.h"
+#include "reference/ReferenceKernels.h"
 
 using iqa_test::Bytes;
 
@@ -68,7 +69,7 @@ class Faults : public ::testing::Test {
         const Bytes thumbScene = matching ? scene : iqa_tools::RenderScene(64, 48, 99);
         iqa_test::WriteFile(
             kCamera + "/cache/" + name + ".thumbnail",
-            iqa_tools::ThumbnailFile(16, 12, iqa_tools::BoxReduceRgb(thumbScene, 64, 16, 12)));
+            iqa_tools::ThumbnailFile(16, 12, iqa_ref::Reduced(thumbScene, 64, 16, 12)));
         before[name] = photo;
         manager.RegisterTask(name);
     }

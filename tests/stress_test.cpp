@@ -14,6 +14,7 @@
 #include "ManagerPeer.h"
 #include "SceneGenerator.h"
 #include "TestFiles.h"
+#include "reference/ReferenceKernels.h"
 
 using iqa_test::Bytes;
 
@@ -53,9 +54,8 @@ class Stress : public ::testing::Test {
             iqa_test::WriteFile(Photo(Name(i)), photo);
             originals.push_back(photo);
             const Bytes thumb = i % 2 ? scene : iqa_tools::RenderScene(64, 48, 1000 + i);
-            iqa_test::WriteFile(
-                Cached(Name(i)),
-                iqa_tools::ThumbnailFile(16, 12, iqa_tools::BoxReduceRgb(thumb, 64, 16, 12)));
+            iqa_test::WriteFile(Cached(Name(i)), iqa_tools::ThumbnailFile(
+                                                     16, 12, iqa_ref::Reduced(thumb, 64, 16, 12)));
         }
     }
 

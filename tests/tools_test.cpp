@@ -1,10 +1,17 @@
 // The iqa host program end to end on small generated camera folders.
 #include <gtest/gtest.h>
+#include <png.h>
 
+#include <nlohmann/json.hpp>
+
+#include <sys/stat.h>
 #include <sys/wait.h>
 
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
+#include <numeric>
+#include <sstream>
 
 #include "CameraFiles.h"
 #include "DumpJournal.h"
@@ -14,8 +21,10 @@
 #include "SceneGenerator.h"
 #include "TestFiles.h"
 #include "reference/ReferenceDump.h"
+#include "reference/ReferenceKernels.h"
 
 using iqa_test::Bytes;
+using nlohmann::json;
 
 namespace {
 
@@ -29,11 +38,9 @@ struct Result {
     }
 };
 
-// Runs iqa with stdout (and stderr when asked) captured; a run that hangs is ended after a minute.
-Result Iqa(const std::string& arguments, bool withErrors = false) {
-    const std::string command = "timeout -k 5 60 " + std::string(IQA_CLI) + " " + arguments +
-                                (withErrors ? " 2>&1" : " 2>/dev/null");
-    FILE* pipe = popen(command.c_str(), "r");
+// Runs a shell command with stdout (and stderr when asked) captured.
+Result Shell(const std::string& command, bool withErrors) {
+    FILE* pipe = popen((command + (withErrors ? " 2>&1" : " 2>/dev/null")).c_str(), "r");
     Result result{-1, ""};
     char chunk[4096];
     size_t n = 0;
@@ -45,15 +52,41 @@ Result Iqa(const std::string& arguments, bool withErrors = false) {
     return result;
 }
 
-std::string RowOf(const std::string& table, const std::string& name) {
-    const size_t at = table.find(name);
-    return at == std::string::npos ? "" : table.substr(at, table.find('\n', at) - at);
+// iqa, in the folder given (else here); one that hangs is ended after a minute.
+const std::string kIqa = "timeout -k 5 60 " + std::string(IQA_CLI) + " ";
+Result Iqa(const std::string& arguments, bool withErrors = false, const std::string& in = "") {
+    return Shell((in.empty() ? "" : "cd " + in + " && ") + kIqa + arguments, withErrors);
+}
+
+std::map<std::string, json> PhotosOf(const json& run) {
+    std::map<std::string, json> photos;
+    for (const json& photo : run.at("photos")) {
+        photos[photo.at("name").get<std::string>()] = photo;
+    }
+    return photos;
+}
+
+// width x height x 3 bytes, or nothing when the file is not a PNG.
+Bytes ReadPng(const std::string& path, int* width, int* height) {
+    png_image image = {};
+    image.version = PNG_IMAGE_VERSION;
+    if (!png_image_begin_read_from_file(&image, path.c_str())) {
+        return {};
+    }
+    image.format = PNG_FORMAT_RGB;
+    Bytes rgb(PNG_IMAGE_SIZE(image));
+    if (!png_image_finish_read(&image, nullptr, rgb.data(), 0, nullptr)) {
+        return {};
+    }
+    *width = static_cast<int>(image.width), *height = static_cast<int>(image.height);
+    return rgb;
 }
 
 class Tools : public ::testing::Test {
   protected:
-    Tools() { iqa_test::MakeDirs(dir.path() + kCamera + "/cache"); }
+    Tools() { iqa_test::MakeDirs(Root() + kCamera + "/cache"); }
 
+    std::string Root() const { return dir.File("root"); }
     Bytes Photo(const std::string& name, const Bytes& pixels, bool trailer) {
         Bytes file = iqa_tools::EncodeJpeg(pixels, 320, 240, 3, 92);
         if (trailer) {
@@ -64,12 +97,27 @@ class Tools : public ::testing::Test {
         return file;
     }
     void Thumb(const std::string& name, const Bytes& pixels) {
-        iqa_test::WriteFile(
-            dir.path() + kCamera + "/cache/" + name + ".thumbnail",
-            iqa_tools::ThumbnailFile(80, 60, iqa_tools::BoxReduceRgb(pixels, 320, 80, 60)));
+        iqa_test::WriteFile(ThumbPath(name), iqa_tools::ThumbnailFile(
+                                                 80, 60, iqa_ref::Reduced(pixels, 320, 80, 60)));
     }
-    std::string PhotoPath(const std::string& name) {
-        return dir.path() + kCamera + "/" + name + ".jpg";
+    std::string PhotoPath(const std::string& name, const std::string& root = "") const {
+        return (root.empty() ? Root() : root) + kCamera + "/" + name + ".jpg";
+    }
+    std::string ThumbPath(const std::string& name) const {
+        return Root() + kCamera + "/cache/" + name + ".thumbnail";
+    }
+    // Photos of every outcome: matching and other thumbnails, a missing thumbnail, a photo
+    // without a trailer.
+    std::map<std::string, Bytes> MixedRoot() {
+        std::map<std::string, Bytes> before;
+        for (const std::string name :
+             {"a_match", "b_other", "c_nothumb", "d_plain", "e_match", "f_match", "g_other"}) {
+            before[name] = Photo(name, scene, name != "d_plain");
+            if (name != "c_nothumb") {
+                Thumb(name, name.find("match") != std::string::npos ? scene : other);
+            }
+        }
+        return before;
     }
 
     iqa_test::TempDir dir;
@@ -77,38 +125,208 @@ class Tools : public ::testing::Test {
     const Bytes other = iqa_tools::RenderScene(320, 240, 2);
 };
 
-TEST_F(Tools, RunGivesVerdictsAndRecords) {
-    const std::vector<std::string> names = {"a_match", "b_other", "c_nothumb", "d_plain",
-                                            "e_match", "f_match", "g_other"};
-    std::map<std::string, Bytes> before;
-    for (const std::string& name : names) {
-        const bool matching = name.find("match") != std::string::npos;
-        before[name] = Photo(name, scene, name != "d_plain");
-        if (name != "c_nothumb") {
-            Thumb(name, matching ? scene : other);
-        }
-    }
-    const Result run = Iqa("run " + dir.path());
+TEST_F(Tools, RunReportsEachOutcomeAsATableJsonAndCsv) {
+    std::map<std::string, Bytes> before = MixedRoot();
+    std::filesystem::copy(Root(), dir.File("json"), std::filesystem::copy_options::recursive);
+    std::filesystem::copy(Root(), dir.File("csv"), std::filesystem::copy_options::recursive);
+    // Standard error joins the document: with no terminal there is no progress to mix into it.
+    const Result run = Iqa("run --json " + dir.File("json"), true);
     ASSERT_EQ(0, run.status) << run.out;
+    std::map<std::string, json> photos = PhotosOf(json::parse(run.out));
+    ASSERT_EQ(7u, photos.size()) << run.out;
     for (const char* name : {"a_match", "e_match", "f_match"}) {
-        EXPECT_NE(std::string::npos, RowOf(run.out, name).find("80x60")) << RowOf(run.out, name);
-        EXPECT_NE(std::string::npos, RowOf(run.out, name).find(" high ")) << RowOf(run.out, name);
-        EXPECT_EQ(before[name], iqa_test::ReadFile(PhotoPath(name)));
+        EXPECT_EQ("high", photos[name]["verdict"]) << name;
+        EXPECT_GT(photos[name]["ssim"].get<double>(), 0.99);
+        EXPECT_EQ((json{{"width", 80}, {"height", 60}}), photos[name]["compared"]);
+        EXPECT_EQ("none", photos[name]["record"]);
+        EXPECT_EQ(before[name], iqa_test::ReadFile(PhotoPath(name, dir.File("json"))));
     }
     for (const char* name : {"b_other", "g_other"}) {
-        EXPECT_NE(std::string::npos, RowOf(run.out, name).find(" low ")) << RowOf(run.out, name);
-        EXPECT_NE(std::string::npos, RowOf(run.out, name).find("inserted (+592 bytes)"));
+        EXPECT_EQ("low", photos[name]["verdict"]) << name;
         // 20 x 15 luma bytes and 8 chroma rows of 20 bytes (odd height: chroma rounded up).
-        EXPECT_EQ(before[name].size() + 20 * 15 + 20 * 8 + 132,
-                  iqa_test::ReadFile(PhotoPath(name)).size());
+        EXPECT_EQ(20 * 15 + 20 * 8 + 132, photos[name]["record_bytes"]);
+        EXPECT_EQ(before[name].size() + 592,
+                  iqa_test::ReadFile(PhotoPath(name, dir.File("json"))).size());
     }
-    EXPECT_NE(std::string::npos, RowOf(run.out, "c_nothumb").find("no result: no thumbnail"));
-    EXPECT_NE(std::string::npos,
-              RowOf(run.out, "d_plain").find("not inserted: photo has no trailer"));
-    EXPECT_EQ(before["d_plain"], iqa_test::ReadFile(PhotoPath("d_plain")));
+    EXPECT_EQ((json{"no result", "no thumbnail in the cache folder", nullptr}),
+              (json{photos["c_nothumb"]["verdict"], photos["c_nothumb"]["problem"],
+                    photos["c_nothumb"]["ssim"]}));
+    EXPECT_EQ((json{"low", "not inserted", "photo has no trailer"}),
+              (json{photos["d_plain"]["verdict"], photos["d_plain"]["record"],
+                    photos["d_plain"]["record_problem"]}));
+    EXPECT_EQ(before["d_plain"], iqa_test::ReadFile(PhotoPath("d_plain", dir.File("json"))));
 
-    const Result missing = Iqa("run " + dir.path() + "/storage");
-    EXPECT_EQ(1, missing.status);
+    // The same outcomes as CSV and as a table whose columns fit their content.
+    const Result csv = Iqa("run --csv " + dir.File("csv"));
+    char ssim[32];
+    snprintf(ssim, sizeof(ssim), "%.6f", photos["b_other"]["ssim"].get<double>());
+    EXPECT_NE(std::string::npos, csv.out.find(std::string("\nb_other,80x60,320x240,80x60,") + ssim +
+                                              ",low,,inserted,592,\n"))
+        << csv.out;
+    EXPECT_NE(std::string::npos, csv.out.find("\nc_nothumb,,,,,no result,no thumbnail in the "
+                                              "cache folder,none,0,\n"));
+    const Result table = Shell("script -qec '" + kIqa + " run " + Root() + "' /dev/null", true);
+    EXPECT_NE(std::string::npos, table.out.find("] 6/6 ")) << "progress bar on a terminal";
+    EXPECT_NE(std::string::npos,
+              table.out.find("\033[Kphoto      compared  ssim      verdict    record            "
+                             "     why\r\n"))
+        << "the bar cleared, then the table: " << table.out;
+    EXPECT_NE(std::string::npos, table.out.find(std::string("b_other    80x60     ") + ssim +
+                                                "  low        inserted (+592 bytes)\r\n"));
+    EXPECT_NE(std::string::npos, table.out.find("c_nothumb  -         -         no result  -    "
+                                                "                  no thumbnail in the cache "
+                                                "folder\r\n"));
+    EXPECT_EQ(1, Iqa("run " + Root() + "/storage").status);
+}
+
+TEST_F(Tools, CompareScoresAPairAsTheBatchRunLogsIt) {
+    const Bytes photo = Photo("p", scene, true);
+    Thumb("p", other);
+    const std::string pair =
+        "storage/emulated/0/DCIM/Camera/p.jpg storage/emulated/0/DCIM/Camera/cache/p.thumbnail";
+    const Result compared = Iqa("compare --worst 3 " + pair, false, Root());
+    const Result document =
+        Iqa("compare --json " + pair + " --heatmap " + dir.File("map.png"), false, Root());
+    ASSERT_EQ(0, document.status);
+    const json j = json::parse(document.out);
+    const std::vector<double> blocks = j["blocks"]["ssim"];
+    ASSERT_EQ(10u * 7u, blocks.size());  // the whole 8x8 blocks of 80 x 60
+    double sum = 0.0;
+    for (double b : blocks) {
+        sum += b;
+    }
+    EXPECT_EQ(sum / static_cast<double>(blocks.size()), j["ssim"].get<double>());  // bit for bit
+
+    // The worst blocks in order, with the pixels each block's bytes come from (the plane is the
+    // first 80 x 60 bytes of the RGB buffer: row y of the plane holds bytes 80y ... 80y + 79).
+    std::vector<size_t> order(blocks.size());
+    std::iota(order.begin(), order.end(), 0);
+    std::stable_sort(order.begin(), order.end(),
+                     [&](size_t a, size_t b) { return blocks[a] < blocks[b]; });
+    std::istringstream lines(compared.out);
+    std::string line;
+    std::getline(lines, line);
+    EXPECT_EQ("photo 320x240, thumbnail 80x60, compared at 80x60", line);
+    std::getline(lines, line);
+    const std::string verdict = line;
+    for (size_t i = 0; i < 3; ++i) {
+        std::getline(lines, line);
+        char value[32];
+        snprintf(value, sizeof(value), "%lf", blocks[order[i]]);
+        EXPECT_EQ(0u, line.find("block " + std::to_string(order[i] % 10) + "," +
+                                std::to_string(order[i] / 10) + "  ssim " + value + "  pixels "))
+            << line;
+    }
+    // Row r of block 0,0 is bytes 80r ... 80r + 7, pixels 80r / 3 ... (80r + 7) / 3 of the
+    // picture: 0-2, 26-29, 53-55 of row 0, the same of row 1, then 0-2 and 26-29 of row 2.
+    EXPECT_NE(std::string::npos, Iqa("compare --worst 70 " + PhotoPath("p") + " " + ThumbPath("p"))
+                                     .out.find("0-2,0-2 26-29,0-2 53-55,0-1\n"));
+    int width = 0, height = 0;
+    EXPECT_FALSE(ReadPng(dir.File("map.png"), &width, &height).empty());
+    EXPECT_EQ(640, width) << "enlarged 8 times";
+    EXPECT_GT(height, 480);  // the legend below
+    EXPECT_EQ(photo, iqa_test::ReadFile(PhotoPath("p")));
+
+    // The batch run logs the same line.
+    const Result run = Iqa("run --log " + Root(), true);
+    const size_t at = run.out.find("]:img ");
+    ASSERT_NE(std::string::npos, at) << run.out;
+    EXPECT_EQ(verdict, run.out.substr(at + 2, run.out.find('\n', at) - at - 2));
+}
+
+TEST_F(Tools, ImportedPhotosScoreExactlyOneUntilTheirThumbnailIsMadeToDisagree) {
+    const std::string in = dir.File("in");
+    iqa_test::MakeDirs(in);
+    const Bytes wide = iqa_tools::RenderScene(1300, 980, 3);
+    iqa_test::WriteFile(in + "/wide.jpg", iqa_tools::EncodeJpeg(wide, 1300, 980, 3, 90));
+    const Bytes grey(320 * 240, 90);
+    iqa_test::WriteFile(in + "/grey.jpg", iqa_tools::EncodeJpeg(grey, 320, 240, 1, 90));
+    // 80 / 9 = 8 but 80 / 8 = 10: a factor of 9 would not be found again by the library.
+    iqa_test::WriteFile(in + "/tall.jpg",
+                        iqa_tools::EncodeJpeg(Bytes(80 * 8640 * 3, 50), 80, 8640, 3, 90));
+    Bytes tail = iqa_tools::EncodeJpeg(scene, 320, 240, 3, 90);
+    const size_t imageEnd = tail.size();
+    tail.insert(tail.end(), {'x', 'y', 'z'});  // kept in the placeholder record
+    iqa_test::WriteFile(in + "/tail.jpg", tail);
+    const std::string photos =
+        in + "/wide.jpg " + in + "/grey.jpg " + in + "/tall.jpg " + in + "/tail.jpg";
+
+    const Result imported = Iqa("import " + Root() + " " + photos);
+    EXPECT_EQ((Result{0,
+                      "wide: 1300x980 photo, 650x490 thumbnail (factor 2)\n"
+                      "grey: 320x240 photo, 320x240 thumbnail (factor 1)\n"
+                      "tall: 80x8640 photo, 8x864 thumbnail (factor 10)\n"
+                      "tail: 320x240 photo, 320x240 thumbnail (factor 1)\n"}),
+              imported);
+    const Bytes tailPhoto = iqa_test::ReadFile(PhotoPath("tail"));
+    EXPECT_EQ(Bytes(tail.begin(), tail.begin() + static_cast<long>(imageEnd)),
+              Bytes(tailPhoto.begin(), tailPhoto.begin() + static_cast<long>(imageEnd)));
+    EXPECT_NE(std::string::npos,
+              Iqa("inspect " + PhotoPath("tail"))
+                  .out.find("record at " + std::to_string(imageEnd) + ": 3 bytes"));
+
+    // Nothing is replaced without --force.
+    const Bytes grey1 = iqa_test::ReadFile(PhotoPath("grey"));
+    const Result again = Iqa("import " + Root() + " --tint " + in + "/grey.jpg", true);
+    EXPECT_EQ(1, again.status);
+    EXPECT_NE(std::string::npos, again.out.find("File exists (--force replaces it)")) << again.out;
+    EXPECT_EQ(grey1, iqa_test::ReadFile(PhotoPath("grey")));
+
+    std::filesystem::copy(Root(), dir.File("forced"), std::filesystem::copy_options::recursive);
+    std::map<std::string, json> scores = PhotosOf(json::parse(Iqa("run --json " + Root()).out));
+    for (const char* name : {"wide", "grey", "tall", "tail"}) {
+        EXPECT_EQ(1.0, scores[name]["ssim"].get<double>()) << name;
+        EXPECT_EQ("high", scores[name]["verdict"]) << name;
+        EXPECT_EQ(0, Iqa("inspect " + PhotoPath(name)).status) << "a whole trailer: " << name;
+    }
+    EXPECT_EQ(
+        0, Iqa("import " + dir.File("forced") + " --force --shift 20 " + in + "/wide.jpg").status);
+    EXPECT_EQ(0, Iqa("import " + dir.File("forced") + " --force --other " + in + "/tail.jpg " + in +
+                     "/grey.jpg")
+                     .status);
+    scores = PhotosOf(json::parse(Iqa("run --json " + dir.File("forced")).out));
+    for (const char* name : {"wide", "grey"}) {
+        EXPECT_EQ("low", scores[name]["verdict"]) << name;
+        EXPECT_EQ("inserted", scores[name]["record"]) << name;
+    }
+}
+
+TEST_F(Tools, ReportShowsEveryPhotoAndImageInABrowser) {
+    MixedRoot();
+    ASSERT_EQ(0, Iqa("run " + Root()).status);
+    const Result report = Iqa("report " + Root() + " -o " + dir.File("report.html"));
+    ASSERT_EQ((Result{0, dir.File("report.html") + "\n"}), report);
+    ASSERT_EQ(0, access("/usr/bin/chromium", X_OK)) << "chromium is missing: run scripts/setup.sh";
+    const Result dom = Shell(
+        "/usr/bin/chromium --headless --no-sandbox --disable-gpu --disable-quic --no-first-run "
+        "--disable-background-networking --disable-component-update --disable-sync "
+        "--user-data-dir=" +
+            dir.File("browser") + " --dump-dom file://" + dir.File("report.html"),
+        false);
+    ASSERT_EQ(0, dom.status);
+    // Low verdicts first, then high, then photos without a result; images per row: the
+    // thumbnail, the reduced photo and the block map where a pair was compared, and the preview
+    // where a record was inserted.
+    const std::vector<std::pair<std::string, int>> expected = {
+        {"b_other", 4}, {"d_plain", 3}, {"g_other", 4},  {"a_match", 3},
+        {"e_match", 3}, {"f_match", 3}, {"c_nothumb", 0}};
+    size_t at = 0, i = 0;
+    const std::string start = "<tr id=\"photo-";
+    for (; (at = dom.out.find(start, at)) != std::string::npos; ++i) {
+        ASSERT_LT(i, expected.size());
+        at += start.size();
+        const size_t end = dom.out.find("</tr>", at);
+        EXPECT_EQ(expected[i].first, dom.out.substr(at, dom.out.find('"', at) - at));
+        int images = 0;
+        for (size_t img = dom.out.find("src=\"data:image/jpeg;base64,", at); img < end;
+             img = dom.out.find("src=\"data:image/jpeg;base64,", img + 1)) {
+            ++images;
+        }
+        EXPECT_EQ(expected[i].second, images) << expected[i].first;
+    }
+    EXPECT_EQ(expected.size(), i);
+    EXPECT_EQ(std::string::npos, dom.out.find("class=\"broken\""))
+        << "an image the browser cannot show";
 }
 
 TEST_F(Tools, InspectListsTheLibrarysRecordAndRejectsOthersUntouched) {
@@ -127,6 +345,19 @@ TEST_F(Tools, InspectListsTheLibrarysRecordAndRejectsOthersUntouched) {
     EXPECT_NE(
         std::string::npos,
         listed.out.find("image 4x4, stride 4, size 24, format 1, algorithm \"Iqa_comparessim\""));
+    const json j = json::parse(Iqa("inspect --json " + PhotoPath("p")).out);
+    EXPECT_EQ((json{{"offset", image},
+                    {"length", 144},
+                    {"tag", "Iqa_com"},
+                    {"image",
+                     {{"width", 4},
+                      {"height", 4},
+                      {"stride", 4},
+                      {"size", 24},
+                      {"format", 1},
+                      {"algorithm", "Iqa_comparessim"}}}}),
+              j["records"][1]);
+    EXPECT_EQ(image, j["image_end"]);
 
     const Bytes plain = Photo("plain", scene, false);
     Bytes damaged = original;
@@ -154,19 +385,26 @@ TEST_F(Tools, ExtractRoundTripsAnNv12Preview) {
     Photo("p", scene, true);
     IQA::ImageDumpExpand d = {w, h, w, w * h * 3 / 2, 1, "Iqa_comparessim", {}};
     IQA::IqaUpLoad().SaveCustomBuffer(PhotoPath("p"), nv12.data(), &d);
-    const std::string out = dir.path() + "/preview.ppm";
-    ASSERT_EQ(0, Iqa("extract " + PhotoPath("p") + " " + out).status);
-    const Bytes ppm = iqa_test::ReadFile(out);
-    const std::string header = "P6\n40 30\n255\n";
-    ASSERT_EQ(header.size() + rgb.size(), ppm.size());
-    EXPECT_EQ(header, std::string(ppm.begin(), ppm.begin() + static_cast<long>(header.size())));
+    const std::string png = dir.File("preview.png"), ppm = dir.File("preview.PPM");
+    ASSERT_EQ(0, Iqa("extract " + PhotoPath("p") + " " + png).status);
+    int width = 0, height = 0;
+    const Bytes shown = ReadPng(png, &width, &height);
+    ASSERT_EQ(rgb.size(), shown.size());
+    EXPECT_EQ(w, width);
     int worst = 0;
     for (size_t i = 0; i < rgb.size(); ++i) {
-        worst = std::max(worst, std::abs(ppm[header.size() + i] - rgb[i]));
+        worst = std::max(worst, std::abs(shown[i] - rgb[i]));
     }
     EXPECT_LE(worst, 8);  // truncating conversion plus 2x2 chroma of a smooth ramp
-    EXPECT_EQ(0, Iqa("extract " + PhotoPath("p") + " " + dir.path() + "/preview.jpg").status);
-    EXPECT_EQ(1, Iqa("extract " + PhotoPath("none") + " " + out).status);
+    ASSERT_EQ(0, Iqa("extract " + PhotoPath("p") + " " + ppm).status);
+    const Bytes header = {'P', '6', '\n', '4', '0', ' ', '3', '0', '\n', '2', '5', '5', '\n'};
+    Bytes expected = header;
+    expected.insert(expected.end(), shown.begin(), shown.end());
+    EXPECT_EQ(expected, iqa_test::ReadFile(ppm));
+    Bytes decoded;
+    ASSERT_EQ(0, Iqa("extract " + PhotoPath("p") + " " + dir.File("preview.jpeg")).status);
+    EXPECT_TRUE(iqa_tools::DecodeJpeg(iqa_test::ReadFile(dir.File("preview.jpeg")), &decoded,
+                                      &width, &height));
 }
 
 TEST_F(Tools, AnomalyReportsAGreenFrame) {
@@ -189,32 +427,67 @@ TEST_F(Tools, RecoverCompletesAnInterruptedDump) {
         const IQA::ScopedFd photo(IQA::OpenRegularFile(PhotoPath("p").c_str(), O_RDONLY));
         IQA::JournalHeader header = {0, 0, original.size(), at, 0, tail.size()};
         ASSERT_TRUE(IQA::IdentifyPhoto(photo.get(), &header));
-        IQA::Journal journal(dir.path() + kCamera, "p.jpg");
+        IQA::Journal journal(Root() + kCamera, "p.jpg");
         ASSERT_TRUE(journal.Write(header, tail.data()));
     }
-    const Result recovered = Iqa("recover " + dir.path(), true);
+    const Result recovered = Iqa("recover " + Root(), true);
     EXPECT_EQ(0, recovered.status);
     EXPECT_EQ("recover: completed the record in storage/emulated/0/DCIM/Camera/p.jpg\n",
               recovered.out);
     EXPECT_EQ(expected, iqa_test::ReadFile(PhotoPath("p")));
-    EXPECT_EQ((Result{0, ""}), Iqa("recover " + dir.path(), true));  // nothing is left to do
+    EXPECT_EQ((Result{0, ""}), Iqa("recover " + Root(), true));  // nothing is left to do
 }
 
-TEST_F(Tools, NeverWaitOnOrAbortAtWhatIsNotARegularFile) {
-    const std::string photo = PhotoPath("p"), fifo = dir.File("fifo"), folder = dir.File("d");
-    Photo("p", scene, true);
+// Status 1 and one line naming the file for bad input, status 2 and one line for bad usage;
+// never a wait or an abort.
+TEST_F(Tools, BadInputAndUsageGiveOneLine) {
+    const std::string photo = PhotoPath("p"), fifo = dir.File("fifo.png");
+    const std::string folder = dir.File("folder.png");
+    const Bytes file = Photo("p", scene, true);
     IQA::ImageDumpExpand d = {4, 4, 4, 24, 1, "Iqa_comparessim", {}};
     IQA::IqaUpLoad().SaveCustomBuffer(photo, Bytes(24, 1).data(), &d);
     ASSERT_EQ(0, mkfifo(fifo.c_str(), 0644));
     iqa_test::MakeDirs(folder);
-    for (const std::string& arguments :
-         {"inspect " + folder, "inspect " + fifo, "inspect " + dir.File("gone"),
-          "extract " + folder + " " + dir.File("out.jpg"), "extract " + photo + " " + fifo,
-          "extract " + photo + " " + folder, "anomaly " + fifo + " 4 4 4 frame",
-          "recover " + folder}) {
+    Thumb("p", scene);
+    const std::string thumb = ThumbPath("p"), text = dir.File("text.jpg");
+    iqa_test::WriteFile(dir.File("bad.thumbnail"), iqa_test::ThumbnailHeaderOnly(80, -60));
+    iqa_test::WriteFile(dir.File("tiny.thumbnail"),
+                        iqa_tools::ThumbnailFile(4, 4, Bytes(4 * 4 * 3, 9)));
+    iqa_test::WriteFile(text, Bytes(100, 'x'));
+    iqa_test::WriteFile(dir.File("cut.jpg"), Bytes(file.begin(), file.begin() + 200));
+    const std::vector<std::pair<int, std::string>> cases = {
+        {1, "inspect " + folder},
+        {1, "inspect " + fifo},
+        {1, "inspect " + dir.File("gone")},
+        {1, "extract " + folder + " " + dir.File("out.jpg")},
+        {1, "extract " + photo + " " + fifo},
+        {1, "extract " + photo + " " + folder},
+        {1, "anomaly " + fifo + " 4 4 4 frame"},
+        {1, "recover " + folder},
+        {1, "compare " + dir.File("gone.jpg") + " " + thumb},
+        {1, "compare " + fifo + " " + thumb},
+        {1, "compare " + text + " " + thumb},
+        {1, "compare " + dir.File("cut.jpg") + " " + thumb},
+        {1, "compare " + photo + " " + dir.File("bad.thumbnail")},
+        {1, "compare " + photo + " " + dir.File("tiny.thumbnail")},
+        {1, "compare " + photo + " " + thumb + " --heatmap " + folder},
+        {1, "import " + Root() + " " + text},
+        {1, "import " + Root() + " " + fifo},
+        {1, "import " + Root() + " --thumb 8x100 " + photo},
+        {1, "report " + folder},
+        {2, ""},
+        {2, "frobnicate"},
+        {2, "extract " + photo + " " + dir.File("out.gif")},
+        {2, "compare " + photo},
+        {2, "compare --worst -1 " + photo + " " + thumb},
+        {2, "import " + Root() + " --thumb 9x " + photo},
+        {2, "run --json --csv " + Root()},
+        {2, "anomaly " + fifo + " 4 4 four frame"},
+    };
+    for (const auto& [status, arguments] : cases) {
         const Result r = Iqa(arguments, true);
-        EXPECT_EQ(1, r.status) << arguments;
-        EXPECT_EQ(0u, r.out.rfind("iqa ", 0)) << arguments << ": " << r.out;
+        EXPECT_EQ(status, r.status) << arguments << ": " << r.out;
+        EXPECT_EQ(0u, r.out.rfind("iqa", 0)) << arguments << ": " << r.out;
         EXPECT_EQ(r.out.size() - 1, r.out.find('\n')) << "one line: " << r.out;
     }
 }

@@ -2,10 +2,11 @@
 // service installed so that the big-data event it sends can be shown.
 #include <android/log.h>
 
+#include <climits>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <ctime>
+#include <memory>
 
 #include "CameraFiles.h"
 #include "Commands.h"
@@ -16,19 +17,6 @@
 namespace iqa_tools {
 
 namespace {
-
-constexpr const char* kUsage =
-    "usage: iqa anomaly FRAME WIDTH HEIGHT STRIDE NAME\n"
-    "\n"
-    "Runs the black/green screen detector on FRAME, a raw YUV 4:2:0 file (HEIGHT luma rows of\n"
-    "STRIDE bytes, then the interleaved chroma plane with rows of WIDTH rounded down to even\n"
-    "bytes), and prints the outcome and any big-data event sent under NAME.\n";
-
-bool ParseNumber(const std::string& text, long long low, long long high, long long* value) {
-    char* end = nullptr;
-    *value = strtoll(text.c_str(), &end, 10);
-    return !text.empty() && *end == '\0' && *value >= low && *value <= high;
-}
 
 // Bytes the detector's indexing can reach in a frame of this size.
 uint64_t FrameBytes(uint64_t width, uint64_t height, uint64_t stride) {
@@ -55,37 +43,29 @@ void PrintEvent(const MCS::RecordingService::Event& e) {
            e.record.anomType == 0 ? "green screen" : "black screen");
 }
 
-}  // namespace
+struct AnomalyOptions {
+    std::string frame;
+    unsigned width = 0, height = 0;
+    int stride = 0;
+    std::string name;
+};
 
-int AnomalyCommand(const Args& args) {
-    if (WantsHelp(args, kUsage)) {
-        return 0;
-    }
-    long long width = 0, height = 0, stride = 0;
-    if (args.size() != 5 || !ParseNumber(args[1], 0, UINT32_MAX, &width) ||
-        !ParseNumber(args[2], 0, UINT32_MAX, &height) ||
-        !ParseNumber(args[3], 0, INT32_MAX, &stride)) {
-        return UsageError("anomaly", "expected FRAME WIDTH HEIGHT STRIDE NAME with sizes >= 0",
-                          kUsage);
-    }
+int Anomaly(const AnomalyOptions& o) {
     Bytes frame;
-    if (!ReadPhoto("anomaly", args[0], &frame)) {
+    if (!ReadInput("anomaly", o.frame, &frame)) {
         return 1;
     }
-    const uint64_t needed = FrameBytes(width, height, stride);
-    if (stride < width || frame.size() < needed) {
-        fprintf(stderr,
-                "iqa anomaly: %s holds %zu bytes; a %lldx%lld frame of stride %lld needs %llu\n",
-                args[0].c_str(), frame.size(), width, height, stride,
+    const uint64_t needed = FrameBytes(o.width, o.height, static_cast<uint64_t>(o.stride));
+    if (static_cast<int64_t>(o.stride) < int64_t{o.width} || frame.size() < needed) {
+        fprintf(stderr, "iqa anomaly: %s holds %zu bytes; a %ux%u frame of stride %d needs %llu\n",
+                o.frame.c_str(), frame.size(), o.width, o.height, o.stride,
                 static_cast<unsigned long long>(needed));
         return 1;
     }
     MCS::RecordingService service;
     MCS::ScopedService installed(&service);
     __android_log_set_logger(PrintOutcome);
-    IQA::IqaAnomDetect().AnomDetect(frame.data(), static_cast<unsigned>(width),
-                                    static_cast<unsigned>(height), static_cast<int>(stride),
-                                    args[4]);
+    IQA::IqaAnomDetect().AnomDetect(frame.data(), o.width, o.height, o.stride, o.name);
     __android_log_set_logger(__android_log_stderr_logger);
     for (const MCS::RecordingService::Event& e : service.Events()) {
         PrintEvent(e);
@@ -94,6 +74,25 @@ int AnomalyCommand(const Args& args) {
         printf("no big-data event\n");
     }
     return 0;
+}
+
+}  // namespace
+
+void AddAnomalyCommand(CLI::App& app, int* status) {
+    auto options = std::make_shared<AnomalyOptions>();
+    CLI::App* command = app.add_subcommand(
+        "anomaly",
+        "Run the black/green screen detector on FRAME, a raw YUV 4:2:0 file (HEIGHT luma rows of "
+        "STRIDE bytes, then the interleaved chroma plane with rows of WIDTH rounded down to even "
+        "bytes), and print the outcome and any big-data event sent under NAME.");
+    command->add_option("FRAME", options->frame, "the raw frame")->required();
+    command->add_option("WIDTH", options->width, "pixels a row")->required();
+    command->add_option("HEIGHT", options->height, "rows")->required();
+    command->add_option("STRIDE", options->stride, "bytes a luma row")
+        ->required()
+        ->check(CLI::Range(0, INT_MAX));
+    command->add_option("NAME", options->name, "the name the event reports")->required();
+    command->callback([options, status] { *status = Anomaly(*options); });
 }
 
 }  // namespace iqa_tools

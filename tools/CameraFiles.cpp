@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include <unistd.h>
+
 #include <jpeglib.h>
 
 #include "FileCalls.h"
@@ -50,6 +52,19 @@ std::string FileError() {
 bool WriteWholeFile(const std::string& path, const Bytes& bytes) {
     const IQA::ScopedFd fd(IQA::CreateFile(path.c_str()));
     return fd.get() >= 0 && IQA::WriteFully(fd.get(), 0, bytes.data(), bytes.size());
+}
+
+bool PublishFile(const std::string& path, const Bytes& bytes, bool replace) {
+    const std::string temporary = path + ".partial";
+    if (!WriteWholeFile(temporary, bytes)) {
+        return false;
+    }
+    const bool published = replace ? rename(temporary.c_str(), path.c_str()) == 0
+                                   : link(temporary.c_str(), path.c_str()) == 0;
+    const int error = errno;
+    unlink(temporary.c_str());
+    errno = error;
+    return published;
 }
 
 uint32_t ReadU32(const Bytes& bytes, size_t offset) {

@@ -13,6 +13,18 @@ namespace iqa_tools {
 
 using Bytes = std::vector<unsigned char>;
 
+struct Size {
+    int width = 0;
+    int height = 0;
+};
+
+// An RGB image, 3 bytes a pixel, rows packed.
+struct Image {
+    int width = 0;
+    int height = 0;
+    Bytes rgb;
+};
+
 constexpr size_t kThumbnailHeaderSize = 16;
 constexpr size_t kDataHeaderSize = 12;
 constexpr size_t kFileHeaderSize = 24;
@@ -25,6 +37,9 @@ bool ReadWholeFile(const std::string& path, Bytes* bytes, std::string* why = nul
 std::string FileError();
 // Creates or replaces a regular file; false (errno set) for a folder, FIFO or device.
 bool WriteWholeFile(const std::string& path, const Bytes& bytes);
+// Writes the file whole under a temporary name beside it, then moves it into place, so that no
+// one ever sees half of it. Without replace an existing file stays as it is and errno is EEXIST.
+bool PublishFile(const std::string& path, const Bytes& bytes, bool replace);
 
 // Raw thumbnail: 8 bytes the decoder ignores, width and height (int32 little-endian), then
 // width x height pixels of 4 bytes (R, G, B, unused). rgb holds 3 bytes a pixel.

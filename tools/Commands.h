@@ -1,36 +1,42 @@
-// The subcommands of the iqa host program. Each takes the arguments after its name and returns
-// the process exit status.
+// The commands of the iqa host program. Each Add function declares its command, with its
+// options and help, on the program's parser; when the command runs, its exit status (0, or 1
+// for a failure it reports in one line) goes to *status. Usage errors are the parser's: status 2.
 #ifndef IQA_TOOLS_COMMANDS_H
 #define IQA_TOOLS_COMMANDS_H
+
+#include <CLI/CLI.hpp>
 
 #include <string>
 #include <vector>
 
 namespace iqa_tools {
 
-using Args = std::vector<std::string>;
-
-int SampleCommand(const Args& args);
-int RunCommand(const Args& args);
-int InspectCommand(const Args& args);
-int ExtractCommand(const Args& args);
-int AnomalyCommand(const Args& args);
-int RecoverCommand(const Args& args);
+void AddSampleCommand(CLI::App& app, int* status);
+void AddImportCommand(CLI::App& app, int* status);
+void AddRunCommand(CLI::App& app, int* status);
+void AddReportCommand(CLI::App& app, int* status);
+void AddCompareCommand(CLI::App& app, int* status);
+void AddInspectCommand(CLI::App& app, int* status);
+void AddExtractCommand(CLI::App& app, int* status);
+void AddAnomalyCommand(CLI::App& app, int* status);
+void AddRecoverCommand(CLI::App& app, int* status);
 
 // Replays the dump journals of the camera folder under the working directory, printing a line
 // for each to stderr; false when a journal had to be kept.
 bool RecoverCameraRoot();
 
-// True (after printing usage to stdout) when args ask for help.
-bool WantsHelp(const Args& args, const char* usage);
-// Prints "iqa <command>: message" and the usage to stderr; returns the usage-error status.
-int UsageError(const char* command, const std::string& message, const char* usage);
-
 // Reads a whole input file; prints "iqa <command>: cannot read PATH: why" when it cannot.
-bool ReadPhoto(const char* command, const std::string& path, std::vector<unsigned char>* bytes);
+bool ReadInput(const char* command, const std::string& path, std::vector<unsigned char>* bytes);
+
+// Makes DIR the working directory when it holds a camera folder; else prints why and returns
+// false.
+bool EnterCameraRoot(const char* command, const std::string& dir);
 
 constexpr const char* kCameraFolder = "storage/emulated/0/DCIM/Camera";
 constexpr const char* kCacheFolder = "storage/emulated/0/DCIM/Camera/cache";
+// What iqa run keeps in the camera root for iqa report: results.json and the thumbnails' copies
+// (the run deletes the thumbnails it evaluates).
+constexpr const char* kLastRunFolder = "iqa-last-run";
 
 }  // namespace iqa_tools
 

@@ -1,5 +1,8 @@
 // iqa inspect: lists a photo's trailer from the end backwards. Reads only.
+#include <nlohmann/json.hpp>
+
 #include <cstdio>
+#include <memory>
 
 #include "CameraFiles.h"
 #include "Commands.h"
@@ -8,33 +11,42 @@ namespace iqa_tools {
 
 namespace {
 
-constexpr const char* kUsage =
-    "usage: iqa inspect PHOTO\n"
-    "\n"
-    "Lists the trailer of PHOTO from the end backwards: the other data's length, then each\n"
-    "record's offset, payload length and tag, and for payloads that end in an image descriptor\n"
-    "(such as Iqa_com records) its width, height, stride, size, format and algorithm name.\n"
-    "Exit status 1 when the file has no trailer or its lengths do not fit. Never writes.\n";
+struct InspectOptions {
+    std::string photo;
+    bool json = false;
+};
 
-}  // namespace
+nlohmann::ordered_json ToJson(const std::string& path, const Bytes& file,
+                              const TrailerListing& listing) {
+    nlohmann::ordered_json records = nlohmann::ordered_json::array();
+    for (const TrailerRecord& r : listing.records) {
+        Descriptor d;
+        const nlohmann::ordered_json image =
+            ReadDescriptor(file, r, &d)
+                ? nlohmann::ordered_json{{"width", d.width},   {"height", d.height},
+                                         {"stride", d.stride}, {"size", d.size},
+                                         {"format", d.format}, {"algorithm", d.algoname}}
+                : nlohmann::ordered_json(nullptr);
+        records.push_back({{"offset", r.payloadOffset},
+                           {"length", r.payloadLength},
+                           {"tag", r.tag},
+                           {"image", image}});
+    }
+    return {{"file", path},
+            {"size", file.size()},
+            {"image_end", listing.imageEnd},
+            {"other_data", listing.otherLength},
+            {"whole", listing.problem.empty()},
+            {"problem", listing.problem.empty() ? nlohmann::ordered_json(nullptr)
+                                                : nlohmann::ordered_json(listing.problem)},
+            {"records", records}};
+}
 
-int InspectCommand(const Args& args) {
-    if (WantsHelp(args, kUsage)) {
-        return 0;
-    }
-    if (args.size() != 1) {
-        return UsageError("inspect", "expected one photo file", kUsage);
-    }
-    Bytes file;
-    if (!ReadPhoto("inspect", args[0], &file)) {
-        return 1;
-    }
-    TrailerListing listing;
-    const bool whole = ReadTrailer(file, &listing);
-    printf("%s: %zu bytes\n", args[0].c_str(), file.size());
-    if (!whole && listing.records.empty()) {
+void PrintText(const std::string& path, const Bytes& file, const TrailerListing& listing) {
+    printf("%s: %zu bytes\n", path.c_str(), file.size());
+    if (listing.records.empty()) {
         printf("no trailer: %s\n", listing.problem.c_str());
-        return 1;
+        return;
     }
     printf("file header at %zu, other data: %u bytes\n", file.size() - kFileHeaderSize,
            listing.otherLength);
@@ -47,13 +59,42 @@ int InspectCommand(const Args& args) {
                    d.height, d.stride, d.size, d.format, d.algoname.c_str());
         }
     }
-    if (!whole) {
+    if (!listing.problem.empty()) {
         printf("damaged trailer: %s\n", listing.problem.c_str());
+        return;
+    }
+    printf("image data: %llu bytes\n", static_cast<unsigned long long>(listing.imageEnd));
+}
+
+int Inspect(const InspectOptions& o) {
+    Bytes file;
+    if (!ReadInput("inspect", o.photo, &file)) {
         return 1;
     }
-    printf("image data: %llu bytes\n",
-           static_cast<unsigned long long>(listing.records.back().payloadOffset));
-    return 0;
+    TrailerListing listing;
+    const bool whole = ReadTrailer(file, &listing);
+    if (o.json) {
+        printf("%s\n", ToJson(o.photo, file, listing).dump(2).c_str());
+    } else {
+        PrintText(o.photo, file, listing);
+    }
+    return whole ? 0 : 1;
+}
+
+}  // namespace
+
+void AddInspectCommand(CLI::App& app, int* status) {
+    auto options = std::make_shared<InspectOptions>();
+    CLI::App* command = app.add_subcommand(
+        "inspect",
+        "List a photo's trailer from the end backwards, as the library reads it before it "
+        "writes: the other data's length, then each record's offset, payload length and tag, "
+        "and for payloads that end in an image descriptor (Iqa_com records) its width, height, "
+        "stride, size, format and algorithm. Exit status 1 when the trailer is not whole (its "
+        "chain does not close exactly where the JPEG ends). Never writes.");
+    command->add_option("PHOTO", options->photo, "the photo")->required();
+    command->add_flag("--json", options->json, "one JSON document (see README)");
+    command->callback([options, status] { *status = Inspect(*options); });
 }
 
 }  // namespace iqa_tools

@@ -36,4 +36,27 @@ bool Nv12ToRgb(const unsigned char* nv12, const Descriptor& d, Bytes* rgb) {
     return true;
 }
 
+bool NewestPreview(const Bytes& photo, Image* preview, uint64_t* offset, std::string* why) {
+    TrailerListing listing;
+    ReadTrailer(photo, &listing);  // records read before any damage are still usable
+    for (const TrailerRecord& r : listing.records) {  // newest dump first
+        Descriptor d;
+        if (r.tag != "Iqa_com" || !ReadDescriptor(photo, r, &d)) {
+            continue;
+        }
+        *offset = r.payloadOffset;
+        if (!Nv12ToRgb(photo.data() + r.payloadOffset, d, &preview->rgb)) {
+            *why = "has an Iqa_com record at " + std::to_string(r.payloadOffset) +
+                   " that is not a " + std::to_string(d.width) + "x" + std::to_string(d.height) +
+                   " NV12 image";
+            return false;
+        }
+        preview->width = d.width;
+        preview->height = d.height;
+        return true;
+    }
+    *why = "holds no Iqa_com record" + (listing.problem.empty() ? "" : ": " + listing.problem);
+    return false;
+}
+
 }  // namespace iqa_tools

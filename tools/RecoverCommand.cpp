@@ -1,8 +1,8 @@
 // iqa recover: completes or discards what a crash left of the library's dumps in a camera root.
 #include <android/log.h>
-#include <unistd.h>
 
 #include <cstdio>
+#include <memory>
 
 #include "Commands.h"
 #include "DumpJournal.h"
@@ -11,14 +11,6 @@
 namespace iqa_tools {
 
 namespace {
-
-constexpr const char* kUsage =
-    "usage: iqa recover [DIR]\n"
-    "\n"
-    "Replays the journals that interrupted dumps left in the camera folder under DIR (default:\n"
-    "the current folder): each photo then holds exactly its new record, or stays as it was when\n"
-    "the dump had not yet begun to change it. One line per journal; exit status 1 when a journal\n"
-    "could not be replayed now (it is kept, and tried again by the next recovery).\n";
 
 void PrintRecoveryLine(const struct __android_logger_data*, const char* message) {
     LogLine line;
@@ -34,19 +26,18 @@ bool RecoverCameraRoot() {
     return recovery.kept == 0;
 }
 
-int RecoverCommand(const Args& args) {
-    if (WantsHelp(args, kUsage)) {
-        return 0;
-    }
-    if (args.size() > 1) {
-        return UsageError("recover", "expected at most one camera root", kUsage);
-    }
-    const std::string dir = args.empty() ? "." : args[0];
-    if (chdir(dir.c_str()) != 0 || access(kCameraFolder, F_OK) != 0) {
-        fprintf(stderr, "iqa recover: %s has no camera folder %s\n", dir.c_str(), kCameraFolder);
-        return 1;
-    }
-    return RecoverCameraRoot() ? 0 : 1;
+void AddRecoverCommand(CLI::App& app, int* status) {
+    auto dir = std::make_shared<std::string>(".");
+    CLI::App* command = app.add_subcommand(
+        "recover",
+        "Replay the journals that interrupted dumps left in the camera folder under DIR: each "
+        "photo then holds exactly its new record, or stays as it was when the dump had not yet "
+        "begun to change it. One line per journal; exit status 1 when a journal could not be "
+        "replayed now (it is kept, and tried again by the next recovery).");
+    command->add_option("DIR", *dir, "camera root (default: the current folder)");
+    command->callback([dir, status] {
+        *status = EnterCameraRoot("recover", *dir) && RecoverCameraRoot() ? 0 : 1;
+    });
 }
 
 }  // namespace iqa_tools

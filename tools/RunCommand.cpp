@@ -1,17 +1,19 @@
 // iqa run: registers the thumbnails of a camera root in batches and has the library evaluate
-// them on its worker thread, exactly as the camera host does, then tabulates the outcome.
+// them on its worker thread, exactly as the camera host does, then reports the outcome per
+// photo: as a table, JSON or CSV. Keeps the results and the thumbnails for iqa report.
 #include <android/log.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
 #include <map>
 #include <memory>
 
 #include "Commands.h"
 #include "IqaTaskManager.h"
 #include "RunObserver.h"
+#include "RunResults.h"
 
 namespace iqa_tools {
 
@@ -19,18 +21,15 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* kUsage =
-    "usage: iqa run [--log] [DIR]\n"
-    "\n"
-    "Takes DIR (default: the current folder) as the working directory, registers the base names\n"
-    "of the thumbnails in storage/emulated/0/DCIM/Camera/cache in batches of at most five, sends\n"
-    "a begin request per batch and prints, per photo, the compared size, the SSIM, the verdict\n"
-    "and whether a record was inserted into the photo. Progress goes to standard error.\n"
-    "\n"
-    "  --log   also show the library's log lines as they come\n";
-
 constexpr size_t kBatchSize = 5;  // the registry's capacity
 constexpr std::chrono::seconds kStallLimit{600};
+
+struct RunOptions {
+    std::string dir = ".";
+    bool log = false;
+    bool json = false;
+    bool csv = false;
+};
 
 RunObserver* gObserver = nullptr;
 
@@ -43,7 +42,7 @@ std::vector<std::string> BaseNames(const std::string& folder, const std::string&
     std::error_code error;
     for (const fs::directory_entry& e : fs::directory_iterator(folder, error)) {
         const std::string file = e.path().filename().string();
-        if (e.is_regular_file() && file.size() > suffix.size() &&
+        if (e.is_regular_file(error) && file.size() > suffix.size() &&
             file.compare(file.size() - suffix.size(), suffix.size(), suffix) == 0) {
             names.push_back(file.substr(0, file.size() - suffix.size()));
         }
@@ -84,67 +83,51 @@ bool Evaluate(const std::vector<std::string>& names, RunObserver& observer) {
     return true;
 }
 
-std::string Size(int width, int height) {
-    return width > 0 ? std::to_string(width) + "x" + std::to_string(height) : "-";
+// The thumbnails as the camera wrote them, kept for iqa report: the run deletes them.
+void KeepThumbnails(const std::vector<std::string>& names) {
+    const fs::path kept = fs::path(kLastRunFolder) / "thumbnails";
+    std::error_code error;
+    fs::remove_all(kLastRunFolder, error);
+    fs::create_directories(kept, error);
+    for (const std::string& name : names) {
+        const std::string file = name + ".thumbnail";
+        fs::copy_file(fs::path(kCacheFolder) / file, kept / file, error);
+    }
 }
 
-std::string RecordColumn(const PhotoOutcome& o, uintmax_t before, uintmax_t after) {
+PhotoResult ResultOf(const std::string& name, const PhotoOutcome* o, uintmax_t before,
+                     uintmax_t after) {
+    PhotoResult r;
+    r.name = name;
+    if (o == nullptr) {
+        r.verdict = "no result", r.problem = "no thumbnail in the cache folder", r.record = "none";
+        return r;
+    }
+    r.verdict = o->verdict;
+    r.scored = o->scored;
+    r.ssim = o->ssim;
+    r.thumbnail = {o->thumbWidth, o->thumbHeight};
+    r.photo = {o->photoWidth, o->photoHeight};
+    const bool compared = o->scored && (o->verdict == "high" || o->verdict == "low");
+    r.problem = compared ? "" : o->reason;
+    if (compared) {  // the smaller image's size; the larger one is reduced to it
+        const bool thumbSmaller =
+            int64_t{o->thumbWidth} * o->thumbHeight <= int64_t{o->photoWidth} * o->photoHeight;
+        r.compared = thumbSmaller ? r.thumbnail : r.photo;
+    }
     if (after > before) {
-        return "inserted (+" + std::to_string(after - before) + " bytes)";
+        r.record = "inserted", r.recordBytes = after - before;
+    } else if (o->verdict == "low") {
+        r.record = "not inserted";
+        r.recordProblem = o->dumpError.empty() ? "photo has no trailer" : o->dumpError;
+    } else {
+        r.record = "none";
     }
-    if (o.verdict != "low") {
-        return "-";
-    }
-    return "not inserted: " +
-           (o.dumpError.empty() ? std::string("photo has no trailer") : o.dumpError);
+    return r;
 }
 
-void PrintTable(const std::vector<std::string>& photos,
-                const std::map<std::string, PhotoOutcome>& outcomes,
-                const std::map<std::string, uintmax_t>& sizesBefore) {
-    printf("%-22s %-10s %-9s %-58s %s\n", "photo", "compared", "ssim", "verdict", "record");
-    for (const std::string& name : photos) {
-        const auto found = outcomes.find(name);
-        PhotoOutcome o = found != outcomes.end() ? found->second : PhotoOutcome();
-        if (found == outcomes.end()) {
-            o.verdict = "no result", o.reason = "no thumbnail in the cache folder";
-        }
-        const bool compared = o.scored && (o.verdict == "high" || o.verdict == "low");
-        const std::string verdict =
-            o.reason.empty() || compared ? o.verdict : o.verdict + ": " + o.reason;
-        const std::string size = compared
-                                     ? (o.thumbWidth * o.thumbHeight <= o.photoWidth * o.photoHeight
-                                            ? Size(o.thumbWidth, o.thumbHeight)
-                                            : Size(o.photoWidth, o.photoHeight))
-                                     : "-";
-        char ssim[32] = "-";
-        if (o.scored) {
-            snprintf(ssim, sizeof(ssim), "%.6f", o.ssim);
-        }
-        printf("%-22s %-10s %-9s %-58s %s\n", name.c_str(), size.c_str(), ssim, verdict.c_str(),
-               RecordColumn(o, sizesBefore.at(name), FileSize(PhotoPath(name))).c_str());
-    }
-}
-
-}  // namespace
-
-int RunCommand(const Args& args) {
-    if (WantsHelp(args, kUsage)) {
-        return 0;
-    }
-    bool echo = false;
-    std::string dir = ".";
-    for (const std::string& a : args) {
-        if (a == "--log") {
-            echo = true;
-        } else if (dir == "." && a[0] != '-') {
-            dir = a;
-        } else {
-            return UsageError("run", "unexpected argument '" + a + "'", kUsage);
-        }
-    }
-    if (chdir(dir.c_str()) != 0 || !fs::is_directory(kCameraFolder)) {
-        fprintf(stderr, "iqa run: %s has no camera folder %s\n", dir.c_str(), kCameraFolder);
+int Run(const RunOptions& options) {
+    if (!EnterCameraRoot("run", options.dir)) {
         return 1;
     }
     RecoverCameraRoot();  // so that the sizes below are the photos' own
@@ -156,23 +139,61 @@ int RunCommand(const Args& args) {
             sizesBefore[name] = FileSize(PhotoPath(name));
         }
     }
-    std::vector<std::string> photos;
-    for (const auto& entry : sizesBefore) {
-        photos.push_back(entry.first);
+    // A run with nothing to evaluate leaves the last one for iqa report.
+    const bool evaluates = !thumbnails.empty();
+    if (evaluates) {
+        KeepThumbnails(thumbnails);
+    } else {
+        fprintf(stderr, "iqa run: no thumbnails in %s; %s keeps the previous run\n", kCacheFolder,
+                kLastRunFolder);
     }
-    fprintf(stderr, "%zu photos, %zu thumbnails\n", jpegs.size(), thumbnails.size());
 
-    RunObserver observer(echo);
+    Progress progress(thumbnails.size());
+    RunObserver observer(options.log, &progress);
     gObserver = &observer;
     __android_log_set_logger(ObserveLog);
     const bool completed = Evaluate(thumbnails, observer);  // the manager is destroyed inside
     __android_log_set_logger(__android_log_stderr_logger);
+    progress.Clear();
     if (!completed) {
         fprintf(stderr, "iqa run: the library stopped reporting progress; run aborted\n");
         return 1;
     }
-    PrintTable(photos, observer.Outcomes(), sizesBefore);
+    const std::map<std::string, PhotoOutcome> outcomes = observer.Outcomes();
+    std::vector<PhotoResult> results;
+    for (const auto& [name, before] : sizesBefore) {
+        const auto found = outcomes.find(name);
+        results.push_back(ResultOf(name, found == outcomes.end() ? nullptr : &found->second, before,
+                                   FileSize(PhotoPath(name))));
+    }
+    const nlohmann::ordered_json document = ToJson(fs::current_path().string(), results);
+    if (evaluates) {
+        std::ofstream(fs::path(kLastRunFolder) / "results.json") << document.dump(1) << "\n";
+    }
+    const std::string out = options.json  ? document.dump(2) + "\n"
+                            : options.csv ? ToCsv(results)
+                                          : ToTable(results);
+    fputs(out.c_str(), stdout);
     return 0;
+}
+
+}  // namespace
+
+void AddRunCommand(CLI::App& app, int* status) {
+    auto options = std::make_shared<RunOptions>();
+    CLI::App* command = app.add_subcommand(
+        "run",
+        "Evaluate a camera root as the camera host does: register the base names of the "
+        "thumbnails in its cache folder in batches of at most five, send a begin request per "
+        "batch, and report per photo the compared size, the SSIM, the verdict and whether a "
+        "record was inserted. Completes interrupted dumps first. Keeps the results and the "
+        "thumbnails in DIR/iqa-last-run for iqa report. A progress bar goes to standard error "
+        "when it is a terminal.");
+    command->add_option("DIR", options->dir, "camera root (default: the current folder)");
+    command->add_flag("--log", options->log, "also show the library's log lines as they come");
+    auto* json = command->add_flag("--json", options->json, "one JSON document (see README)");
+    command->add_flag("--csv", options->csv, "CSV, one line a photo")->excludes(json);
+    command->callback([options, status] { *status = Run(*options); });
 }
 
 }  // namespace iqa_tools

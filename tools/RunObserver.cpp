@@ -95,13 +95,7 @@ void RunObserver::Finish(PhotoOutcome& photo) {
     photo.done = true;
     ++finished_;
     ++total_;
-    const std::string& name = order_[current_ - 1];
-    if (photo.scored) {
-        fprintf(stderr, "[%zu] %s: %s (ssim %.6f)\n", total_, name.c_str(), photo.verdict.c_str(),
-                photo.ssim);
-    } else {
-        fprintf(stderr, "[%zu] %s: %s\n", total_, name.c_str(), photo.verdict.c_str());
-    }
+    progress_bar_->Show(total_, order_[current_ - 1]);
 }
 
 bool RunObserver::WaitFor(std::unique_lock<std::mutex>& lock, std::chrono::seconds limit,

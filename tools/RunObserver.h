@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "LogLines.h"
+#include "Terminal.h"
 
 namespace iqa_tools {
 
@@ -27,8 +28,8 @@ struct PhotoOutcome {
 
 class RunObserver {
   public:
-    // echo: print every library line to stderr as it comes.
-    explicit RunObserver(bool echo) : echo_(echo) {}
+    // echo: print every library line to stderr as it comes; progress shows photos finished.
+    RunObserver(bool echo, Progress* progress) : echo_(echo), progress_bar_(progress) {}
 
     // The worker takes a batch's names last in, first out.
     void BeginBatch(const std::vector<std::string>& names);
@@ -50,6 +51,7 @@ class RunObserver {
     bool AllDone() const { return finished_ >= order_.size(); }
 
     const bool echo_;
+    Progress* const progress_bar_;
     mutable std::mutex mutex_;
     std::condition_variable changed_;
     std::vector<std::string> order_;

@@ -1,24 +1,18 @@
 // iqa sample: a deterministic camera root with photos of camera sizes ending in a camera
 // trailer, and raw thumbnails made from them, some matching and some not.
-#include <algorithm>
 #include <cstdio>
 #include <filesystem>
+#include <memory>
 
 #include "CameraFiles.h"
 #include "Commands.h"
+#include "IqaProcessData.h"
 #include "SceneGenerator.h"
+#include "ThumbnailEdits.h"
 
 namespace iqa_tools {
 
 namespace {
-
-constexpr const char* kUsage =
-    "usage: iqa sample DIR\n"
-    "\n"
-    "Writes DIR/storage/emulated/0/DCIM/Camera with JPEG photos (one of 4000x3000) that end in\n"
-    "a camera trailer, and their raw thumbnails in its cache folder. Some thumbnails match their\n"
-    "photo, some show another frame, a shifted frame or a colour cast; one photo has no\n"
-    "thumbnail, one photo file is corrupt and one is a plain JPEG without a trailer.\n";
 
 enum class Kind { kMatch, kOtherFrame, kShift, kColourCast, kNoThumbnail, kCorrupt, kPlain };
 
@@ -50,27 +44,6 @@ Bytes CameraTrailer(const SamplePhoto& p) {
         faces[i] = static_cast<unsigned char>(p.seed * 31 + i * 7);
     }
     return Trailer({{"CAMINFO", infoBytes}, {"FACEDET", faces}}, Bytes(64, 0x5C));
-}
-
-Bytes Shifted(const Bytes& rgb, int width, int height, int shift) {
-    Bytes out(rgb.size());
-    for (int y = 0; y < height; ++y) {
-        for (int x = 0; x < width; ++x) {
-            const int from = std::min(x + shift, width - 1);
-            std::copy_n(&rgb[(static_cast<size_t>(y) * width + from) * 3], 3,
-                        &out[(static_cast<size_t>(y) * width + x) * 3]);
-        }
-    }
-    return out;
-}
-
-Bytes ColourCast(Bytes rgb) {
-    for (size_t i = 0; i < rgb.size(); i += 3) {
-        rgb[i] = static_cast<unsigned char>(std::min(255, rgb[i] * 5 / 4 + 30));
-        rgb[i + 1] = static_cast<unsigned char>(rgb[i + 1] * 3 / 4);
-        rgb[i + 2] = static_cast<unsigned char>(std::min(255, rgb[i + 2] + 45));
-    }
-    return rgb;
 }
 
 // A frame header declaring 7-bit samples, which no decoder accepts.
@@ -110,8 +83,9 @@ void WritePhoto(const SamplePhoto& p, const std::string& root) {
     const std::string camera = root + "/" + kCameraFolder + "/";
     WriteWholeFile(camera + p.name + ".jpg", photo);
     if (p.kind != Kind::kNoThumbnail) {
-        const Bytes thumb =
-            BoxReduceRgb(ThumbnailScene(p, scene), p.width, p.thumbWidth, p.thumbHeight);
+        Bytes thumb(static_cast<size_t>(p.thumbWidth) * p.thumbHeight * 3);
+        IQA::IqaProcessData().DownScale(ThumbnailScene(p, scene).data(), p.width, thumb.data(),
+                                        p.thumbWidth, p.thumbHeight);
         WriteWholeFile(root + "/" + kCacheFolder + "/" + p.name + ".thumbnail",
                        ThumbnailFile(p.thumbWidth, p.thumbHeight, thumb));
     }
@@ -137,16 +111,7 @@ const char* Describe(Kind kind) {
     return "";
 }
 
-}  // namespace
-
-int SampleCommand(const Args& args) {
-    if (WantsHelp(args, kUsage)) {
-        return 0;
-    }
-    if (args.size() != 1) {
-        return UsageError("sample", "expected one folder", kUsage);
-    }
-    const std::string root = args[0];
+int Sample(const std::string& root) {
     std::error_code error;
     std::filesystem::create_directories(root + "/" + kCacheFolder, error);
     if (error) {
@@ -160,6 +125,20 @@ int SampleCommand(const Args& args) {
     }
     printf("sample camera root written to %s\n", root.c_str());
     return 0;
+}
+
+}  // namespace
+
+void AddSampleCommand(CLI::App& app, int* status) {
+    auto root = std::make_shared<std::string>();
+    CLI::App* command = app.add_subcommand(
+        "sample",
+        "Write a deterministic camera root: JPEG photos (one of 4000x3000) that end in a camera "
+        "trailer, and their raw thumbnails in the cache folder. Some thumbnails match their "
+        "photo, some show another frame, a shifted frame or a colour cast; one photo has no "
+        "thumbnail, one photo file is corrupt and one is a plain JPEG without a trailer.");
+    command->add_option("DIR", *root, "the camera root to write")->required();
+    command->callback([root, status] { *status = Sample(*root); });
 }
 
 }  // namespace iqa_tools

@@ -104,26 +104,4 @@ std::vector<unsigned char> RenderScene(int width, int height, uint32_t seed) {
     return rgb;
 }
 
-std::vector<unsigned char> BoxReduceRgb(const std::vector<unsigned char>& rgb, int srcWidth,
-                                        int dstWidth, int dstHeight) {
-    const int k = srcWidth / dstWidth;
-    std::vector<unsigned char> out(static_cast<size_t>(dstWidth) * dstHeight * 3);
-    for (int y = 0; y < dstHeight; ++y) {
-        for (int x = 0; x < dstWidth; ++x) {
-            for (int c = 0; c < 3; ++c) {
-                unsigned sum = 0;
-                for (int dy = 0; dy < k; ++dy) {
-                    const size_t row = static_cast<size_t>(y * k + dy) * srcWidth;
-                    for (int dx = 0; dx < k; ++dx) {
-                        sum += rgb[(row + x * k + dx) * 3 + c];
-                    }
-                }
-                out[(static_cast<size_t>(y) * dstWidth + x) * 3 + c] =
-                    static_cast<unsigned char>(sum / (k * k));
-            }
-        }
-    }
-    return out;
-}
-
 }  // namespace iqa_tools

@@ -11,11 +11,6 @@ namespace iqa_tools {
 // width x height RGB pixels; the same seed always gives the same scene.
 std::vector<unsigned char> RenderScene(int width, int height, uint32_t seed);
 
-// Box reduction by the integer factor srcWidth / dstWidth over the top-left region, the way the
-// camera's preview pipeline and the library both reduce.
-std::vector<unsigned char> BoxReduceRgb(const std::vector<unsigned char>& rgb, int srcWidth,
-                                        int dstWidth, int dstHeight);
-
 }  // namespace iqa_tools
 
 #endif  // IQA_TOOLS_SCENE_GENERATOR_H

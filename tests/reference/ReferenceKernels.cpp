@@ -27,6 +27,14 @@ void DownScale(const unsigned char* src, int srcWidth, int64_t srcRows, unsigned
     }
 }
 
+std::vector<unsigned char> Reduced(const std::vector<unsigned char>& rgb, int srcWidth,
+                                   int dstWidth, int dstHeight) {
+    std::vector<unsigned char> out(static_cast<size_t>(dstWidth) * dstHeight * 3);
+    DownScale(rgb.data(), srcWidth, static_cast<int64_t>(rgb.size() / 3 / srcWidth), out.data(),
+              dstWidth, dstHeight);
+    return out;
+}
+
 double Ssim(const unsigned char* a, const unsigned char* b, int width, int height) {
     const double c1 = 6.5025, c2 = 58.5225;
     const int blocks = (width / 8) * (height / 8);

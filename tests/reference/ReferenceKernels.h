@@ -14,6 +14,10 @@ namespace iqa_ref {
 void DownScale(const unsigned char* src, int srcWidth, int64_t srcRows, unsigned char* dst,
                int dstWidth, int dstHeight);
 
+// The whole image reduced: DownScale with the image's own rows.
+std::vector<unsigned char> Reduced(const std::vector<unsigned char>& rgb, int srcWidth,
+                                   int dstWidth, int dstHeight);
+
 // Two-pass block SSIM in double, in the written order.
 double Ssim(const unsigned char* a, const unsigned char* b, int width, int height);
 
