@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds the library and the iqa host program, writes the bundled
-# sample camera root into the build folder, evaluates it like the camera host does, and
-# extracts the previews stored in the low-similarity photos.
+# sample camera root into the build folder, evaluates it like the camera host does, and writes
+# the HTML report of the run: verdicts, the images compared, block SSIM maps and the previews
+# stored in the low-similarity photos.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/setup.sh
@@ -15,14 +16,5 @@ rm -rf "$sample"
 echo
 "$iqa" run "$sample"
 echo
-previews="$sample/previews"
-mkdir -p "$previews"
-for photo in "$sample"/storage/emulated/0/DCIM/Camera/*.jpg; do
-  name=$(basename "$photo" .jpg)
-  if "$iqa" extract "$photo" "$previews/$name.jpg" >/dev/null 2>&1; then
-    "$iqa" inspect "$photo" | grep -A1 'tag "Iqa_com"' | sed "s|^|$name: |"
-  fi
-done
-echo
-echo "Previews of the low-similarity photos (the thumbnails they disagreed with): $previews"
-ls -1 "$previews"
+report=$("$iqa" report "$sample" -o "$build/report.html")
+echo "Report of the run, to open in a browser: $report"
