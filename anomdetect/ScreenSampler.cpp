@@ -76,9 +76,6 @@ bool SampleScreen(const unsigned char* buffer, unsigned int width, unsigned int 
     const uint64_t y1 = static_cast<unsigned>(rand()) % rows;
     const uint64_t x2 = static_cast<unsigned>(rand()) % columns;
     const uint64_t y2 = static_cast<unsigned>(rand()) % rows;
-    if (side == 0) {
-        return false;
-    }
     const Frame frame{buffer, width, height, stride, chroma};
     uint64_t matches = 0;
     for (const Square& square : {Square{x1, y1, side}, Square{half + x2, y2, side}}) {

@@ -36,10 +36,8 @@ bool FileSource::Read(uint64_t offset, unsigned char* out, size_t count) {
             return ReadFully(fd_, offset, out, count);
         }
         // A walk backwards (below the window) finds its next headers just before the request.
-        const bool backwards = offset < windowStart_;
-        windowStart_ = !backwards                 ? offset
-                       : offset + count > kWindow ? offset + count - kWindow
-                                                  : 0;
+        const uint64_t end = offset + count;
+        windowStart_ = offset < windowStart_ ? end - std::min<uint64_t>(end, kWindow) : offset;
         window_.resize(static_cast<size_t>(std::min<uint64_t>(kWindow, size_ - windowStart_)));
         if (!ReadFully(fd_, windowStart_, window_.data(), window_.size())) {
             window_.clear();

@@ -17,12 +17,15 @@ std::atomic<FileCallHook> gHook{nullptr};
 // 0 when the call may go ahead; otherwise errno is set and the call must fail.
 int Intercept(FileCall call, size_t* count = nullptr) {
     const FileCallHook hook = gHook.load();
-    size_t unused = 0;
-    const int error = hook == nullptr ? 0 : hook(call, count != nullptr ? count : &unused);
-    if (error != 0) {
-        errno = error;
+    if (hook == nullptr) {
+        return 0;
     }
-    return error;
+    size_t unused = 0;
+    if (const int error = hook(call, count != nullptr ? count : &unused)) {
+        errno = error;
+        return error;
+    }
+    return 0;
 }
 
 int OpenChecked(const char* path, int flags, mode_t mode) {

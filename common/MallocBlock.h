@@ -1,4 +1,5 @@
-// A malloc'ed or calloc'ed block that is freed on every path out of its scope.
+// A malloc'ed block that is freed on every path out of its scope. Its bytes start undefined
+// unless it was made Zeroed.
 #ifndef IQA_COMMON_MALLOC_BLOCK_H
 #define IQA_COMMON_MALLOC_BLOCK_H
 
@@ -9,13 +10,10 @@ namespace IQA {
 
 class MallocBlock {
   public:
-    enum class Fill { kNone, kZero };
-
-    MallocBlock(size_t size, Fill fill)
-        : data_(static_cast<unsigned char*>(size == 0             ? nullptr
-                                            : fill == Fill::kZero ? calloc(1, size)
-                                                                  : malloc(size))),
-          size_(data_ == nullptr ? 0 : size) {}
+    explicit MallocBlock(size_t size) : MallocBlock(size, size == 0 ? nullptr : malloc(size)) {}
+    static MallocBlock Zeroed(size_t size) {
+        return MallocBlock(size, size == 0 ? nullptr : calloc(1, size));
+    }
     ~MallocBlock() { free(data_); }
     MallocBlock(const MallocBlock&) = delete;
     MallocBlock& operator=(const MallocBlock&) = delete;
@@ -25,6 +23,9 @@ class MallocBlock {
     explicit operator bool() const { return data_ != nullptr; }
 
   private:
+    MallocBlock(size_t size, void* data)
+        : data_(static_cast<unsigned char*>(data)), size_(data_ == nullptr ? 0 : size) {}
+
     unsigned char* data_;
     size_t size_;
 };

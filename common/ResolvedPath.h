@@ -8,8 +8,9 @@
 
 namespace IQA {
 
-constexpr int kResolvedPathSize = 4096;
-static_assert(PATH_MAX <= kResolvedPathSize, "realpath writes at most PATH_MAX bytes");
+// realpath writes at most PATH_MAX bytes.
+constexpr int kResolvedPathSize = PATH_MAX;
+static_assert(kResolvedPathSize == 4096, "the decoders' and the dump's path buffer");
 
 // The buffer starts zero-filled so that a failed realpath leaves a defined (empty, or partial)
 // string behind for the log line.

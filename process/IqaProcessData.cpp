@@ -55,7 +55,7 @@ size_t RgbBytes(const ImageView& image) {
 
 // The reduction of a decoded image: into a block of its own, then copied to the buffer's start.
 bool ReduceInto(const ImageView& large, const ImageView& small, size_t reducedBytes) {
-    MallocBlock reduced(reducedBytes, MallocBlock::Fill::kNone);
+    MallocBlock reduced(reducedBytes);
     if (!reduced) {
         IQA_LOG_OP(ANDROID_LOG_ERROR, kTagProcessData, "ProcessImage", "memory allocation failed");
         return false;

@@ -33,8 +33,8 @@ RowRegion ReducingRowSink::Plan(uint32_t width, uint32_t height) {
     k_ = width / static_cast<uint32_t>(dstWidth_);
     stripRows_ = k_ * ((kStripRows + k_ - 1) / k_);
     const size_t widest = static_cast<size_t>(width) * kChannels;
-    stripBlock_ = std::make_unique<MallocBlock>(widest * stripRows_, MallocBlock::Fill::kNone);
-    spillBlock_ = std::make_unique<MallocBlock>(widest, MallocBlock::Fill::kNone);
+    stripBlock_ = std::make_unique<MallocBlock>(widest * stripRows_);
+    spillBlock_ = std::make_unique<MallocBlock>(widest);
     if (!*stripBlock_ || !*spillBlock_) {
         return plain_.Plan(width, height);
     }

@@ -82,7 +82,7 @@ long long IqaProcessData::ThumbnailDecoder(const char* path, unsigned char* buff
         IQA_LOGE(kTagProcessData, "can't open %s.", resolved.path);
         return 0;
     }
-    MallocBlock header(kHeaderSize + kBlockPixels * kRawPixelBytes, MallocBlock::Fill::kNone);
+    MallocBlock header(kHeaderSize + kBlockPixels * kRawPixelBytes);
     if (!header || fread(header.get(), 1, kHeaderSize, file.get()) != kHeaderSize) {
         IQA_LOGE(kTagProcessData, "Failed to read file header: %s.", path);
         return 0;

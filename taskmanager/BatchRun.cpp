@@ -35,8 +35,8 @@ bool StockChain(const std::vector<std::shared_ptr<IqaProcessNode>>& nodes) {
 class RunBuffers {
   public:
     explicit RunBuffers(bool track)
-        : photo_(kPixelBufferSize, MallocBlock::Fill::kZero),
-          thumb_(kPixelBufferSize, MallocBlock::Fill::kZero),
+        : photo_(MallocBlock::Zeroed(kPixelBufferSize)),
+          thumb_(MallocBlock::Zeroed(kPixelBufferSize)),
           tracked_(track && photo_ && thumb_) {
         if (tracked_) {
             WrittenExtent::Track(photo_.get());

@@ -49,9 +49,9 @@ void IqaTaskManager::IqaReply(const std::string& name, const unsigned char* pixe
         return;
     }
     const size_t rgbBytes = static_cast<size_t>(reducedWidth) * reducedHeight * 3;
-    MallocBlock rgb(rgbBytes, MallocBlock::Fill::kNone);
-    MallocBlock nv12(static_cast<size_t>(nv12Bytes), MallocBlock::Fill::kNone);
-    MallocBlock descriptorBlock(sizeof(ImageDumpExpand), MallocBlock::Fill::kNone);
+    MallocBlock rgb(rgbBytes);
+    MallocBlock nv12(static_cast<size_t>(nv12Bytes));
+    MallocBlock descriptorBlock(sizeof(ImageDumpExpand));
     if (!rgb || !nv12 || !descriptorBlock) {
         IQA_LOGE(kTagTaskManager, "memory allocation failed");
         return;

@@ -161,7 +161,7 @@ void RecoverJournal(const std::string& folder, const std::string& file,
         return;
     }
     const int64_t size = FileLength(journal.get());
-    MallocBlock bytes(size > 0 ? static_cast<size_t>(size) : 0, MallocBlock::Fill::kNone);
+    MallocBlock bytes(size > 0 ? static_cast<size_t>(size) : 0);
     if (!bytes || !ReadFully(journal.get(), 0, bytes.get(), bytes.size())) {
         ++recovery->kept;
         IQA_LOG_OP(ANDROID_LOG_ERROR, kTagUpLoad, kRecovery,

@@ -188,7 +188,7 @@ void IqaUpLoad::SaveCustomBuffer(const std::string& path, const unsigned char* b
         IQA_LOGE(kTagUpLoad, "IqaUpLoad SaveBuffer: no space to grow %s.", path.c_str());
         return;
     }
-    MallocBlock block(static_cast<size_t>(growth + tail.length), MallocBlock::Fill::kZero);
+    MallocBlock block(static_cast<size_t>(growth + tail.length));
     if (!block) {
         IQA_LOGE(kTagUpLoad, "memory allocation failed");
         return;
