@@ -59,15 +59,24 @@ TEST(Abi, ProcessImageIsTheThirdSlotOfEveryNode) {
     EXPECT_TRUE(log.Contains("[ProcessImage]:begin CalculateRgbSsim"));
 }
 
-TEST(Abi, UploadEventIsTheSeventhServiceOperation) {
+// The stand-in answers every operation as the device's service does when it accepts a call: 0.
+TEST(Abi, UploadEventIsTheSeventhServiceOperationAndEveryCallSucceeds) {
+    using ReservedFn = int (*)(MCS::MCSService*);
     using UploadFn = int (*)(MCS::MCSService*, const int&, const IQA::BigDataRecord&);
+    MCS::MCSService plain;
     MCS::RecordingService service;
     IQA::BigDataRecord record = {};
     record.anomType = 1;
     const int eventId = 8;
-    Slot<UploadFn>(&service, 6)(&service, eventId, record);
+    for (MCS::MCSService* s : {&plain, static_cast<MCS::MCSService*>(&service)}) {
+        for (int slot = 0; slot < 6; ++slot) {
+            EXPECT_EQ(0, Slot<ReservedFn>(s, slot)(s)) << slot;
+        }
+        EXPECT_EQ(0, Slot<UploadFn>(s, 6)(s, eventId, record));
+    }
     ASSERT_EQ(1u, service.Events().size());
     EXPECT_EQ(8, service.Events()[0].eventId);
+    EXPECT_EQ(1, service.Events()[0].record.anomType);
 }
 
 }  // namespace

@@ -4,7 +4,6 @@
 #include <atomic>
 
 #include "CameraFiles.h"
-#include "CameraPaths.h"
 #include "IqaTaskManager.h"
 #include "LogCapture.h"
 #include "ManagerPeer.h"
@@ -18,14 +17,9 @@ using iqa_test::Peer;
 namespace {
 
 using iqa_test::BackupThumb;
+using iqa_test::CachedThumb;
 using iqa_test::kCamera;
-
-std::string Photo(const std::string& name) {
-    return iqa_test::PhotoPath(name);
-}
-std::string CacheThumb(const std::string& name) {
-    return iqa_test::CachedThumb(name);
-}
+using iqa_test::PhotoPath;
 
 class BatchRun : public ::testing::Test {
   protected:
@@ -33,15 +27,13 @@ class BatchRun : public ::testing::Test {
 
     // A photo of width x height with a one-record trailer, and its thumbnail (scale 1/k).
     Bytes AddPhoto(const std::string& name, int width, int height, uint32_t seed) {
-        const Bytes rgb = iqa_test::RandomBytes(static_cast<size_t>(width) * height * 3, seed);
-        Bytes file = iqa_tools::EncodeJpeg(rgb, width, height, 3, 90);
-        const Bytes trailer = iqa_tools::Trailer({{"CAMREC", Bytes(40, 7)}}, Bytes(9, 8));
-        file.insert(file.end(), trailer.begin(), trailer.end());
-        iqa_test::WriteFile(Photo(name), file);
+        const Bytes file = iqa_test::CameraPhoto(
+            iqa_test::RandomBytes(static_cast<size_t>(width) * height * 3, seed), width, height);
+        iqa_test::WriteFile(PhotoPath(name), file);
         return file;
     }
     void AddThumb(const std::string& name, int width, int height, const Bytes& rgb) {
-        iqa_test::WriteFile(CacheThumb(name), iqa_tools::ThumbnailFile(width, height, rgb));
+        iqa_test::WriteFile(CachedThumb(name), iqa_tools::ThumbnailFile(width, height, rgb));
     }
     void Register(const std::vector<std::string>& names) {
         for (const std::string& name : names) {
@@ -80,20 +72,20 @@ TEST_F(BatchRun, LastInFirstOutAndTheThresholdEdges) {
 
     EXPECT_EQ((std::vector<std::string>{
                   "[IqaProc]:begin process 3 tasks",
-                  "[IqaProc]:img " + Photo("c") + " with high similarity : ssim 0.900000",
-                  "[IqaProc]:img " + Photo("b") + " with low similarity : ssim 0.900000"}),
+                  "[IqaProc]:img " + PhotoPath("c") + " with high similarity : ssim 0.900000",
+                  "[IqaProc]:img " + PhotoPath("b") + " with low similarity : ssim 0.900000"}),
               RunLines());
     EXPECT_TRUE(Peer::Tasks(manager).empty());
     EXPECT_EQ(3u, log.Count("[CopyThumbs]:Failed to back up."));
     EXPECT_TRUE(log.Contains("[RemoveFile]: " + BackupThumb("a") + " failed(IQA-getssim-end)"));
 
     // b's reply: the 16 x 16 pixels reduced to 4 x 4, NV12 of 24 bytes, tagged Iqa_com.
-    const Bytes after = iqa_test::ReadFile(Photo("b"));
+    const Bytes after = iqa_test::ReadFile(PhotoPath("b"));
     ASSERT_EQ(before.size() + 24 + 132, after.size());
     iqa_tools::TrailerListing listing;
     ASSERT_TRUE(iqa_tools::ReadTrailer(after, &listing)) << listing.problem;
     ASSERT_EQ(2u, listing.records.size());
-    EXPECT_EQ("CAMREC", listing.records[0].tag);
+    EXPECT_EQ("CAMINFO", listing.records[0].tag);
     EXPECT_EQ("Iqa_com", listing.records[1].tag);
     iqa_tools::Descriptor d;
     ASSERT_TRUE(iqa_tools::ReadDescriptor(after, listing.records[1], &d));
@@ -129,7 +121,7 @@ TEST_F(BatchRun, StopCheckpoints) {
               RunLines());
     EXPECT_EQ((std::vector<std::string>{"a"}), Peer::Tasks(manager));
     EXPECT_FALSE(IsFileExists(BackupThumb("b")));
-    EXPECT_EQ(photoB, iqa_test::ReadFile(Photo("b")));  // nothing dumped
+    EXPECT_EQ(photoB, iqa_test::ReadFile(PhotoPath("b")));  // nothing dumped
 
     // Checkpoint 1: the stop arrives as the next thumbnail is being backed up.
     log.Clear();
@@ -145,18 +137,18 @@ TEST_F(BatchRun, StopCheckpoints) {
     log.OnLine(nullptr);
     EXPECT_EQ((std::vector<std::string>{
                   "[IqaProc]:begin process 2 tasks",
-                  "[IqaProc]:img " + Photo("c") + " with high similarity : ssim 0.990000",
+                  "[IqaProc]:img " + PhotoPath("c") + " with high similarity : ssim 0.990000",
                   "[IqaProc]:interrupt current task: a"}),
               RunLines());
     EXPECT_EQ((std::vector<std::string>{"a"}), Peer::Tasks(manager));
     EXPECT_TRUE(IsFileExists(BackupThumb("a")));  // kept for the next run
-    EXPECT_FALSE(IsFileExists(CacheThumb("a")));
+    EXPECT_FALSE(IsFileExists(CachedThumb("a")));
 
     // The next run evaluates a from its backup copy.
     log.Clear();
     manager.BeginProcess();
     EXPECT_TRUE(log.Contains("[CopyThumbs]:Failed to back up."));
-    EXPECT_EQ("[IqaProc]:img " + Photo("a") + " with high similarity : ssim 0.990000",
+    EXPECT_EQ("[IqaProc]:img " + PhotoPath("a") + " with high similarity : ssim 0.990000",
               RunLines().back());
     EXPECT_FALSE(IsFileExists(BackupThumb("a")));
 }
@@ -191,10 +183,10 @@ TEST_F(BatchRun, ReplySizesAndTooSmallImages) {
     manager.IqaReply("r", pixels.data(), 3, 900);  // reduced width 0: nothing to dump
     EXPECT_EQ("[IqaReply]:no image to dump for r: reduced size 0 x 225", log.Lines().back());
     EXPECT_EQ(ANDROID_LOG_ERROR, log.Entries().back().priority);
-    EXPECT_EQ(before, iqa_test::ReadFile(Photo("r")));
+    EXPECT_EQ(before, iqa_test::ReadFile(PhotoPath("r")));
 
     manager.IqaReply("r", pixels.data(), 1000, 760);
-    const Bytes after = iqa_test::ReadFile(Photo("r"));
+    const Bytes after = iqa_test::ReadFile(PhotoPath("r"));
     iqa_tools::TrailerListing listing;
     ASSERT_TRUE(iqa_tools::ReadTrailer(after, &listing)) << listing.problem;
     iqa_tools::Descriptor d;
@@ -202,53 +194,6 @@ TEST_F(BatchRun, ReplySizesAndTooSmallImages) {
     EXPECT_EQ((std::vector<int>{250, 190, 250, 250 * 190 * 3 / 2, 1}),
               (std::vector<int>{d.width, d.height, d.stride, d.size, d.format}));
     EXPECT_EQ(before.size() + 250 * 190 * 3 / 2 + 132, after.size());
-}
-
-TEST_F(BatchRun, RealPhotosEndToEnd) {
-    // "same": the thumbnail is the photo reduced by 4; "other": a different frame; "lost": no
-    // thumbnail at all.
-    const int w = 256, h = 192;
-    Bytes sameRgb(w * h * 3);
-    for (int y = 0; y < h; ++y) {
-        for (int x = 0; x < w; ++x) {
-            const int i = (y * w + x) * 3;
-            sameRgb[i] = static_cast<unsigned char>(x);
-            sameRgb[i + 1] = static_cast<unsigned char>(y + x / 3);
-            sameRgb[i + 2] = static_cast<unsigned char>((x * y) / 97);
-        }
-    }
-    Bytes photoSame = iqa_tools::EncodeJpeg(sameRgb, w, h, 3, 95);
-    const Bytes trailer = iqa_tools::Trailer({{"CAMREC", Bytes(40, 7)}}, Bytes(9, 8));
-    photoSame.insert(photoSame.end(), trailer.begin(), trailer.end());
-    iqa_test::WriteFile(Photo("same"), photoSame);
-    Bytes decoded, thumb(64 * 48 * 3);
-    int dw = 0, dh = 0;
-    ASSERT_TRUE(iqa_tools::DecodeJpeg(photoSame, &decoded, &dw, &dh));
-    iqa_ref::DownScale(decoded.data(), w, h, thumb.data(), 64, 48);
-    AddThumb("same", 64, 48, thumb);
-    const Bytes photoOther = AddPhoto("other", w, h, 9);
-    AddThumb("other", 64, 48, thumb);
-    AddPhoto("lost", w, h, 10);
-
-    manager.AddRequest(Request{REQUEST_REGISTER_TASK, "lost", false});
-    manager.AddRequest(Request{REQUEST_REGISTER_TASK, "other", false});
-    manager.AddRequest(Request{REQUEST_REGISTER_TASK, "same", false});
-    ASSERT_TRUE(log.WaitFor("[RegisterTask]:Task registered: same , task nums: 3"));
-    manager.AddRequest(Request{REQUEST_BEGIN_PROCESS, "", false});
-    ASSERT_TRUE(log.WaitFor("[GetSsim]:GetSsim error: lost"));
-    ASSERT_TRUE(log.WaitFor("[RemoveFile]: " + BackupThumb("lost") + " failed(IQA-getssim-end)"));
-
-    const std::vector<std::string> run = RunLines();
-    ASSERT_EQ(3u, run.size());
-    EXPECT_EQ(0u, run[1].find("[IqaProc]:img " + Photo("same") + " with high similarity"));
-    EXPECT_EQ(0u, run[2].find("[IqaProc]:img " + Photo("other") + " with low similarity"));
-    EXPECT_EQ(photoSame, iqa_test::ReadFile(Photo("same")));
-    EXPECT_EQ(photoOther.size() + 16 * 12 * 3 / 2 + 132, iqa_test::ReadFile(Photo("other")).size());
-    EXPECT_FALSE(IsFileExists(CacheThumb("same")));
-    EXPECT_FALSE(IsFileExists(BackupThumb("same")));
-    EXPECT_FALSE(IsFileExists(BackupThumb("other")));
-    EXPECT_TRUE(log.Contains("[ThumbnailDecoder]:Failed to resolve path" + work.path() + "/" +
-                             kCamera + "/iqathumb/lost.thumbnail."));
 }
 
 // Decodes that are cut short (damaged data, rows and columns the reduction leaves out) must leave
@@ -276,13 +221,13 @@ TEST_F(BatchRun, AMixedBatchLogsEachPhotoAsItsOwnRunDoes) {
         {"whole", whole, 64, 12}};
     std::vector<std::string> names;
     for (const auto& p : photos) {
-        iqa_test::WriteFile(Photo(p.name), p.photo);
+        iqa_test::WriteFile(PhotoPath(p.name), p.photo);
         names.push_back(p.name);
     }
     const auto restock = [&] {
         for (const auto& p : photos) {
             AddThumb(p.name, p.tw, p.th, p.tw == 64 ? thumb : Bytes(p.tw * p.th * 3, 60));
-            iqa_test::WriteFile(Photo(p.name), p.photo);
+            iqa_test::WriteFile(PhotoPath(p.name), p.photo);
         }
     };
     // The run's lines per photo, in the order the photos were taken: each from its backup on.

@@ -22,6 +22,7 @@
 #include "reference/ReferenceDump.h"
 
 using iqa_test::Bytes;
+using iqa_test::kCamera;
 
 namespace {
 
@@ -136,7 +137,6 @@ class CutDump : public ::testing::Test {
         return whole && clean && iqa_test::ReadFile(photo) == once;
     }
 
-    const std::string kCamera = "storage/emulated/0/DCIM/Camera";
     iqa_test::ScopedWorkDir work{iqa_test::Storage::kMemory};  // thousands of fsyncs
     iqa_test::LogCapture log;
     const std::string photo = kCamera + "/p.jpg";

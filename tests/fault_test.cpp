@@ -18,18 +18,18 @@
 #include <future>
 
 #include "CameraFiles.h"
-#include "CameraPaths.h"
 #include "IqaTaskManager.h"
 #include "LogCapture.h"
 #include "SceneGenerator.h"
 #include "TestFiles.h"
-#include "reference/ReferenceKernels.h"
 
 using iqa_test::Bytes;
 
 namespace {
 
+using iqa_test::CachedThumb;
 using iqa_test::kCamera;
+using iqa_test::PhotoPath;
 
 // Root ignores permission bits through these capabilities; the tests need them obeyed. Only
 // the effective set changes, so they can be given back afterwards.
@@ -62,24 +62,16 @@ class Faults : public ::testing::Test {
     // thumbnail gives high similarity, another frame low similarity and a dump.
     void AddPhoto(const std::string& name, bool matching) {
         const Bytes scene = iqa_tools::RenderScene(64, 48, 5);
-        Bytes photo = iqa_tools::EncodeJpeg(scene, 64, 48, 3, 95);
-        const Bytes trailer = iqa_tools::Trailer({{"CAMINFO", Bytes(20, 3)}}, Bytes(8, 4));
-        photo.insert(photo.end(), trailer.begin(), trailer.end());
-        iqa_test::WriteFile(Photo(name), photo);
-        const Bytes thumbScene = matching ? scene : iqa_tools::RenderScene(64, 48, 99);
-        iqa_test::WriteFile(
-            kCamera + "/cache/" + name + ".thumbnail",
-            iqa_tools::ThumbnailFile(16, 12, iqa_ref::Reduced(thumbScene, 64, 16, 12)));
-        before[name] = photo;
+        before[name] = iqa_test::AddCameraPhoto(
+            "", name, scene, 64, 48, matching ? scene : iqa_tools::RenderScene(64, 48, 99), 16, 12);
         manager.RegisterTask(name);
     }
-    static std::string Photo(const std::string& name) { return iqa_test::PhotoPath(name); }
     std::string Verdict(const std::string& name) {
         for (const std::string& line : log.Lines()) {
-            if (line.find("img " + Photo(name) + " with high") != std::string::npos) {
+            if (line.find("img " + PhotoPath(name) + " with high") != std::string::npos) {
                 return "high";
             }
-            if (line.find("img " + Photo(name) + " with low") != std::string::npos) {
+            if (line.find("img " + PhotoPath(name) + " with low") != std::string::npos) {
                 return "low";
             }
             if (line == "[GetSsim]:GetSsim error: " + name) {
@@ -91,12 +83,12 @@ class Faults : public ::testing::Test {
     // The photo is as it was, or it holds exactly one new 4 x 3 NV12 record (12 luma bytes and
     // two chroma rows of 4).
     void ExpectUnchangedOrOneRecord(const std::string& name, bool dumped) {
-        const Bytes after = iqa_test::ReadFile(Photo(name));
+        const Bytes after = iqa_test::ReadFile(PhotoPath(name));
         if (!dumped) {
             EXPECT_EQ(before[name], after) << name;
             return;
         }
-        const size_t tail = 20 + 12 + 8 + 24;
+        const size_t tail = 40 + 12 + 9 + 24;  // the camera's record, other data, headers
         ASSERT_EQ(before[name].size() + 20 + 132, after.size()) << name;
         EXPECT_TRUE(std::equal(before[name].begin(), before[name].end() - tail, after.begin()));
         EXPECT_TRUE(std::equal(before[name].end() - tail, before[name].end(), after.end() - tail));
@@ -113,17 +105,17 @@ TEST_F(Faults, UnreadableAndUnwritableFiles) {
     AddPhoto("nothumb", true);
     AddPhoto("nophoto", true);
     AddPhoto("readonly", false);
-    chmod((kCamera + "/cache/nothumb.thumbnail").c_str(), 0);
-    chmod(Photo("nophoto").c_str(), 0);
-    chmod(Photo("readonly").c_str(), 0444);
+    chmod((CachedThumb("nothumb")).c_str(), 0);
+    chmod(PhotoPath("nophoto").c_str(), 0);
+    chmod(PhotoPath("readonly").c_str(), 0444);
     manager.BeginProcess();
-    chmod(Photo("nophoto").c_str(), 0644);
+    chmod(PhotoPath("nophoto").c_str(), 0644);
     EXPECT_EQ("low", Verdict("readonly"));
     EXPECT_EQ("none", Verdict("nophoto"));
     EXPECT_EQ("none", Verdict("nothumb"));
     EXPECT_EQ("low", Verdict("ok"));
-    EXPECT_TRUE(
-        log.Contains("[SaveCustomBuffer]:IqaUpLoad SaveBuffer: can't open " + Photo("readonly")));
+    EXPECT_TRUE(log.Contains("[SaveCustomBuffer]:IqaUpLoad SaveBuffer: can't open " +
+                             PhotoPath("readonly")));
     EXPECT_EQ(2u, log.Count("[ProcessImage]:Decoder failed"));
     ExpectUnchangedOrOneRecord("readonly", false);
     ExpectUnchangedOrOneRecord("nophoto", false);
@@ -143,7 +135,7 @@ TEST_F(Faults, FilesRemovedOrTruncatedDuringTheRun) {
         if (n == 1) {
             std::filesystem::remove(kCamera + "/iqathumb/vanishes.thumbnail");
         } else if (n == 2) {
-            std::filesystem::resize_file(Photo("shrinks"), before["shrinks"].size() / 2);
+            std::filesystem::resize_file(PhotoPath("shrinks"), before["shrinks"].size() / 2);
         }
     });
     manager.BeginProcess();
@@ -154,7 +146,7 @@ TEST_F(Faults, FilesRemovedOrTruncatedDuringTheRun) {
     // The shrunken photo lost its trailer: whatever its verdict, nothing was written into it.
     EXPECT_EQ(Bytes(before["shrinks"].begin(),
                     before["shrinks"].begin() + static_cast<long>(before["shrinks"].size() / 2)),
-              iqa_test::ReadFile(Photo("shrinks")));
+              iqa_test::ReadFile(PhotoPath("shrinks")));
     EXPECT_NE("missing", Verdict("shrinks"));
 }
 
@@ -168,8 +160,8 @@ TEST_F(Faults, BackupFolderCannotBeCreated) {
     EXPECT_EQ("none", Verdict("a"));
     EXPECT_EQ("none", Verdict("b"));
     // No thumbnail is lost: both are still in the cache for a later run.
-    EXPECT_TRUE(IsFileExists(kCamera + "/cache/a.thumbnail"));
-    EXPECT_TRUE(IsFileExists(kCamera + "/cache/b.thumbnail"));
+    EXPECT_TRUE(IsFileExists(CachedThumb("a")));
+    EXPECT_TRUE(IsFileExists(CachedThumb("b")));
     ExpectUnchangedOrOneRecord("b", false);
 }
 
@@ -190,7 +182,7 @@ TEST_F(Faults, FileSizeLimitDuringTheDump) {
     EXPECT_EQ("low", Verdict("full"));
     for (const char* name : {"full", "also_full"}) {
         EXPECT_TRUE(log.Contains("[SaveCustomBuffer]:IqaUpLoad SaveBuffer: no space to grow " +
-                                 Photo(name) + "."));
+                                 PhotoPath(name) + "."));
     }
     ExpectUnchangedOrOneRecord("full", false);
     ExpectUnchangedOrOneRecord("also_full", false);
@@ -205,23 +197,20 @@ TEST_F(Faults, HostileFileKindsAndNames) {
     iqa_test::WriteFile(outside + "/victim.jpg", {4, 5, 6});
     const std::string backup = work.path() + "/" + kCamera + "/iqathumb/";
     const auto fifo = [](const std::string& path) { ASSERT_EQ(0, mkfifo(path.c_str(), 0644)); };
-    const auto photoOf = [](const std::string& name) { return Photo(name); };
-    const auto thumbOf = [](const std::string& name) {
-        return kCamera + "/cache/" + name + ".thumbnail";
-    };
     const struct {
         const char* name;
         std::function<void(const std::string&)> make;
         std::string line;  // the step's own failure line
     } cases[] = {
-        {"thumb_fifo", [&](const std::string& n) { fifo(thumbOf(n)); },
+        {"thumb_fifo", [&](const std::string& n) { fifo(CachedThumb(n)); },
          "[ThumbnailDecoder]:can't open " + backup + "thumb_fifo.thumbnail."},
-        {"thumb_folder", [&](const std::string& n) { iqa_test::MakeDirs(thumbOf(n)); },
+        {"thumb_folder", [&](const std::string& n) { iqa_test::MakeDirs(CachedThumb(n)); },
          "[ThumbnailDecoder]:can't open " + backup + "thumb_folder.thumbnail."},
-        {"thumb_device", [&](const std::string& n) { symlink("/dev/null", thumbOf(n).c_str()); },
+        {"thumb_device",
+         [&](const std::string& n) { symlink("/dev/null", CachedThumb(n).c_str()); },
          "[ThumbnailDecoder]:can't open /dev/null."},
-        {"photo_fifo", [&](const std::string& n) { fifo(photoOf(n)); },
-         "[JpegDecoder]:can't open " + work.path() + "/" + Photo("photo_fifo") + "."},
+        {"photo_fifo", [&](const std::string& n) { fifo(PhotoPath(n)); },
+         "[JpegDecoder]:can't open " + work.path() + "/" + PhotoPath("photo_fifo") + "."},
         {"../../elsewhere/victim", nullptr,
          "[RegisterTask]:Task name is not a file name. Cannot register task: "
          "../../elsewhere/victim"},
@@ -231,7 +220,7 @@ TEST_F(Faults, HostileFileKindsAndNames) {
     for (const auto& c : cases) {
         if (c.make) {
             AddPhoto(c.name, false);
-            std::filesystem::remove(c.name[0] == 'p' ? Photo(c.name) : thumbOf(c.name));
+            std::filesystem::remove(c.name[0] == 'p' ? PhotoPath(c.name) : CachedThumb(c.name));
             c.make(c.name);
         }
     }
@@ -246,7 +235,7 @@ TEST_F(Faults, HostileFileKindsAndNames) {
     if (run.wait_for(std::chrono::seconds(60)) != std::future_status::ready) {
         for (const char* name : {"thumb_fifo", "photo_fifo"}) {
             close(open((backup + name + ".thumbnail").c_str(), O_RDWR | O_NONBLOCK));
-            close(open(Photo(name).c_str(), O_RDWR | O_NONBLOCK));
+            close(open(PhotoPath(name).c_str(), O_RDWR | O_NONBLOCK));
         }
         FAIL() << "the batch run waited on a file";
     }
@@ -262,10 +251,11 @@ TEST_F(Faults, HostileFileKindsAndNames) {
 
     // A dump target that is no regular file is refused where the dump opens it.
     for (const char* name : {"dump_fifo", "dump_folder"}) {
-        std::string(name) == "dump_fifo" ? fifo(Photo(name)) : iqa_test::MakeDirs(Photo(name));
+        std::string(name) == "dump_fifo" ? fifo(PhotoPath(name))
+                                         : iqa_test::MakeDirs(PhotoPath(name));
         manager.IqaReply(name, iqa_test::RandomBytes(16 * 16 * 3, 1).data(), 16, 16);
         EXPECT_TRUE(
-            log.Contains("[SaveCustomBuffer]:IqaUpLoad SaveBuffer: can't open " + Photo(name)));
+            log.Contains("[SaveCustomBuffer]:IqaUpLoad SaveBuffer: can't open " + PhotoPath(name)));
     }
 }
 

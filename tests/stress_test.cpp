@@ -7,14 +7,12 @@
 #include <thread>
 
 #include "CameraFiles.h"
-#include "CameraPaths.h"
 #include "Deadline.h"
 #include "IqaTaskManager.h"
 #include "LogCapture.h"
 #include "ManagerPeer.h"
 #include "SceneGenerator.h"
 #include "TestFiles.h"
-#include "reference/ReferenceKernels.h"
 
 using iqa_test::Bytes;
 
@@ -29,33 +27,17 @@ std::string Name(int i) {
     return "IMG_" + std::to_string(i);
 }
 using iqa_test::BackupThumb;
-using iqa_test::kCamera;
+using iqa_test::CachedThumb;
 using iqa_test::PhotoPath;
-
-std::string Photo(const std::string& name) {
-    return PhotoPath(name);
-}
-std::string Cached(const std::string& name) {
-    return iqa_test::CachedThumb(name);
-}
-std::string Backup(const std::string& name) {
-    return BackupThumb(name);
-}
 
 class Stress : public ::testing::Test {
   protected:
     Stress() {
-        iqa_test::MakeDirs(kCamera + "/cache");
-        const Bytes trailer = iqa_tools::Trailer({{"CAMINFO", Bytes(20, 3)}}, Bytes(8, 4));
         for (int i = 0; i < kPhotos; ++i) {
             const Bytes scene = iqa_tools::RenderScene(64, 48, static_cast<uint32_t>(i));
-            Bytes photo = iqa_tools::EncodeJpeg(scene, 64, 48, 3, 95);
-            photo.insert(photo.end(), trailer.begin(), trailer.end());
-            iqa_test::WriteFile(Photo(Name(i)), photo);
-            originals.push_back(photo);
-            const Bytes thumb = i % 2 ? scene : iqa_tools::RenderScene(64, 48, 1000 + i);
-            iqa_test::WriteFile(Cached(Name(i)), iqa_tools::ThumbnailFile(
-                                                     16, 12, iqa_ref::Reduced(thumb, 64, 16, 12)));
+            originals.push_back(iqa_test::AddCameraPhoto(
+                "", Name(i), scene, 64, 48,
+                i % 2 ? scene : iqa_tools::RenderScene(64, 48, 1000 + i), 16, 12));
         }
     }
 
@@ -121,21 +103,21 @@ TEST_F(Stress, HostThreadsAndDestructionDuringRuns) {
     for (int i = 0; i < kPhotos; ++i) {
         const std::string name = Name(i);
         // A thumbnail is in the cache, in the backup folder, or was deleted after the chain ran.
-        const bool kept = IsFileExists(Cached(name)) || IsFileExists(Backup(name));
-        EXPECT_TRUE(kept || logged("[RemoveFile]: " + Backup(name) + " ok(IQA-getssim-end)"))
+        const bool kept = IsFileExists(CachedThumb(name)) || IsFileExists(BackupThumb(name));
+        EXPECT_TRUE(kept || logged("[RemoveFile]: " + BackupThumb(name) + " ok(IQA-getssim-end)"))
             << name;
         // A photo whose thumbnail is gone was accounted for: evaluated (with or without a
         // result) or interrupted inside or after the chain. One whose thumbnail is kept is
         // still listed, or can be registered again.
         const bool accounted = std::any_of(lines.begin(), lines.end(), [&](const std::string& l) {
-            return l.rfind("[IqaProc]:img " + Photo(name) + " with ", 0) == 0 ||
+            return l.rfind("[IqaProc]:img " + PhotoPath(name) + " with ", 0) == 0 ||
                    l == "[GetSsim]:GetSsim error: " + name ||
                    l == "[GetSsim]:interrupt current task's procss: " + name ||
                    l == "[IqaProc]:interrupt current task's upload: " + name;
         });
         EXPECT_TRUE(kept || accounted) << name;
         // A photo is unchanged or holds exactly one new record in front of its own.
-        const Bytes after = iqa_test::ReadFile(Photo(name));
+        const Bytes after = iqa_test::ReadFile(PhotoPath(name));
         if (after != originals[i]) {
             iqa_tools::TrailerListing listing;
             ASSERT_TRUE(iqa_tools::ReadTrailer(after, &listing)) << name << listing.problem;
@@ -143,7 +125,7 @@ TEST_F(Stress, HostThreadsAndDestructionDuringRuns) {
             EXPECT_EQ("Iqa_com", listing.records[1].tag);
             EXPECT_EQ(originals[i].size() + 20 + 132, after.size());
             EXPECT_TRUE(std::any_of(lines.begin(), lines.end(), [&](const std::string& l) {
-                return l.rfind("[IqaProc]:img " + Photo(name) + " with low", 0) == 0;
+                return l.rfind("[IqaProc]:img " + PhotoPath(name) + " with low", 0) == 0;
             })) << name;
         }
     }

@@ -28,7 +28,7 @@ using nlohmann::json;
 
 namespace {
 
-const std::string kCamera = "/storage/emulated/0/DCIM/Camera";
+const std::string kCamera = "/" + iqa_test::kCamera;
 
 struct Result {
     int status;
@@ -88,11 +88,8 @@ class Tools : public ::testing::Test {
 
     std::string Root() const { return dir.File("root"); }
     Bytes Photo(const std::string& name, const Bytes& pixels, bool trailer) {
-        Bytes file = iqa_tools::EncodeJpeg(pixels, 320, 240, 3, 92);
-        if (trailer) {
-            const Bytes t = iqa_tools::Trailer({{"CAMINFO", Bytes(30, 1)}}, Bytes(16, 2));
-            file.insert(file.end(), t.begin(), t.end());
-        }
+        const Bytes file = trailer ? iqa_test::CameraPhoto(pixels, 320, 240)
+                                   : iqa_tools::EncodeJpeg(pixels, 320, 240, 3, 90);
         iqa_test::WriteFile(PhotoPath(name), file);
         return file;
     }
@@ -336,10 +333,10 @@ TEST_F(Tools, InspectListsTheLibrarysRecordAndRejectsOthersUntouched) {
     IQA::IqaUpLoad().SaveCustomBuffer(PhotoPath("p"), nv12.data(), &d);
     const Result listed = Iqa("inspect " + PhotoPath("p"));
     EXPECT_EQ(0, listed.status);
-    const size_t image = original.size() - 30 - 12 - 16 - 24;
-    EXPECT_NE(std::string::npos, listed.out.find("other data: 16 bytes"));
+    const size_t image = original.size() - 40 - 12 - 9 - 24;
+    EXPECT_NE(std::string::npos, listed.out.find("other data: 9 bytes"));
     EXPECT_NE(std::string::npos, listed.out.find("record at " + std::to_string(image + 156) +
-                                                 ": 30 bytes, tag \"CAMINFO\""));
+                                                 ": 40 bytes, tag \"CAMINFO\""));
     EXPECT_NE(std::string::npos, listed.out.find("record at " + std::to_string(image) +
                                                  ": 144 bytes, tag \"Iqa_com\""));
     EXPECT_NE(
@@ -361,7 +358,7 @@ TEST_F(Tools, InspectListsTheLibrarysRecordAndRejectsOthersUntouched) {
 
     const Bytes plain = Photo("plain", scene, false);
     Bytes damaged = original;
-    damaged[damaged.size() - 24 - 16 - 12 + 3] = 0x40;  // payload length past the start
+    damaged[damaged.size() - 24 - 9 - 12 + 3] = 0x40;  // payload length past the start
     iqa_test::WriteFile(PhotoPath("damaged"), damaged);
     for (const auto& [name, bytes] :
          {std::pair<std::string, Bytes>{"plain", plain}, {"damaged", damaged}}) {

@@ -4,7 +4,9 @@
 
 #include <cstring>
 
+#include "ByteSource.h"
 #include "CameraFiles.h"
+#include "FileCalls.h"
 #include "IqaUpLoad.h"
 #include "LogCapture.h"
 #include "McsRecordingService.h"
@@ -182,6 +184,41 @@ TEST_F(Dump, WritesOnlyIntoAWholeTrailer) {
     IQA::IqaUpLoad().SaveCustomBuffer(dir.File("missing.jpg"), payload.data(), nullptr);
     EXPECT_EQ((std::vector<std::string>{"[SaveCustomBuffer]:Failed to resolve path."}),
               log.Lines());
+}
+
+std::vector<size_t> gReads;  // the byte counts of the reads the hook saw
+
+int CountReads(IQA::FileCall call, size_t* count) {
+    if (call == IQA::FileCall::kRead) {
+        gReads.push_back(*count);
+    }
+    return 0;
+}
+
+// A trailer is walked from the end backwards, a JPEG's markers forwards: both cost one read per
+// 64 KiB window; a request larger than half a window is read on its own.
+TEST(FileSource, ReadsThroughOneWindowBothWays) {
+    iqa_test::TempDir dir;
+    const Bytes file = iqa_test::RandomBytes(200000, 7);
+    iqa_test::WriteFile(dir.File("f"), file);
+    const IQA::ScopedFd fd(IQA::OpenRegularFile(dir.File("f").c_str(), O_RDONLY));
+    IQA::FileSource source(fd.get(), file.size());
+    gReads.clear();
+    IQA::SetFileCallHook(CountReads);
+    unsigned char out[40000];
+    const auto read = [&](uint64_t at, size_t n) {
+        return source.Read(at, out, n) &&
+               std::equal(out, out + n, file.begin() + static_cast<long>(at));
+    };
+    bool all = read(199990, 10);  // the first read opens a window at its offset
+    for (uint64_t at = 199000; at >= 1000; at -= 1000) {
+        all = all && read(at, 12);  // backwards: windows that end just behind each request
+    }
+    // In the last window, a large request within it, and one past the end.
+    all = all && read(0, 12) && read(100, 40000) && read(70000, 33000) && !read(199990, 11);
+    IQA::SetFileCallHook(nullptr);
+    EXPECT_TRUE(all);
+    EXPECT_EQ((std::vector<size_t>{10, 65536, 65536, 65536, 65536, 33000}), gReads);
 }
 
 TEST(BigData, RecordFieldsAndService) {

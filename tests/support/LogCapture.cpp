@@ -90,17 +90,13 @@ std::vector<LogEntry> LogCapture::Entries() const {
 }
 
 std::vector<std::string> LogCapture::Lines() const {
-    std::vector<std::string> lines;
-    for (const LogEntry& e : Entries()) {
-        lines.push_back(StripLine(e.message));
-    }
-    return lines;
+    return LinesWithTag("");
 }
 
 std::vector<std::string> LogCapture::LinesWithTag(const std::string& tag) const {
     std::vector<std::string> lines;
     for (const LogEntry& e : Entries()) {
-        if (e.tag == tag) {
+        if (tag.empty() || e.tag == tag) {
             lines.push_back(StripLine(e.message));
         }
     }
@@ -112,8 +108,7 @@ bool LogCapture::Contains(const std::string& line) const {
 }
 
 size_t LogCapture::Count(const std::string& line) const {
-    const std::vector<std::string> lines = Lines();
-    return static_cast<size_t>(std::count(lines.begin(), lines.end(), line));
+    return CountMatches([&](const std::string& l) { return l == line; });
 }
 
 void LogCapture::Clear() {

@@ -29,7 +29,7 @@ class LogCapture {
     // Messages with their "[operation:line]:" prefix replaced by "[operation]:", so that tests
     // do not depend on source lines.
     std::vector<std::string> Lines() const;
-    std::vector<std::string> LinesWithTag(const std::string& tag) const;
+    std::vector<std::string> LinesWithTag(const std::string& tag) const;  // "": every tag
     bool Contains(const std::string& line) const;
     size_t Count(const std::string& line) const;
     void Clear();

@@ -13,6 +13,8 @@
 
 #include <filesystem>
 
+#include "reference/ReferenceKernels.h"
+
 namespace iqa_test {
 
 TempDir::TempDir(Storage storage) {
@@ -82,6 +84,16 @@ Bytes CameraPhoto(const Bytes& rgb, int width, int height, const Bytes& record, 
     Bytes photo = iqa_tools::EncodeJpeg(rgb, width, height, 3, 90, options);
     const Bytes trailer = iqa_tools::Trailer({{"CAMINFO", record}}, other);
     photo.insert(photo.end(), trailer.begin(), trailer.end());
+    return photo;
+}
+
+Bytes AddCameraPhoto(const std::string& root, const std::string& name, const Bytes& scene,
+                     int width, int height, const Bytes& thumbScene, int tw, int th) {
+    MakeDirs(root + kCamera + "/cache");
+    const Bytes photo = CameraPhoto(scene, width, height);
+    WriteFile(root + PhotoPath(name), photo);
+    WriteFile(root + CachedThumb(name),
+              iqa_tools::ThumbnailFile(tw, th, iqa_ref::Reduced(thumbScene, width, tw, th)));
     return photo;
 }
 

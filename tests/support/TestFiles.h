@@ -51,6 +51,24 @@ void MakeDirs(const std::string& path);
 Bytes CameraPhoto(const Bytes& rgb, int width, int height, const Bytes& record = Bytes(40, 7),
                   const Bytes& other = Bytes(9, 8), const iqa_tools::JpegOptions& options = {});
 
+// The camera folder layout a batch run works on, relative to its working directory.
+inline const std::string kCamera = "storage/emulated/0/DCIM/Camera";
+inline std::string PhotoPath(const std::string& name) {
+    return kCamera + "/" + name + ".jpg";
+}
+inline std::string CachedThumb(const std::string& name) {
+    return kCamera + "/cache/" + name + ".thumbnail";
+}
+inline std::string BackupThumb(const std::string& name) {
+    return kCamera + "/iqathumb/" + name + ".thumbnail";
+}
+
+// Writes a camera photo of the width x height scene under root (a folder prefix ending in '/',
+// or "" for the working directory) and its tw x th thumbnail, thumbScene box-reduced; returns
+// the photo file.
+Bytes AddCameraPhoto(const std::string& root, const std::string& name, const Bytes& scene,
+                     int width, int height, const Bytes& thumbScene, int tw, int th);
+
 // A thumbnail header with any width and height, and no pixels.
 Bytes ThumbnailHeaderOnly(int32_t width, int32_t height);
 
