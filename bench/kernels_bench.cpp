@@ -2,9 +2,9 @@
 #include <benchmark/benchmark.h>
 
 #include "BenchData.h"
+#include "BoxReduce.h"
 #include "IqaCompSim.h"
 #include "IqaProcessData.h"
-#include "BoxReduce.h"
 
 namespace iqa_bench {
 namespace {

@@ -7,8 +7,9 @@
 namespace IQA {
 
 namespace {
-// The Android log keeps at most about 4 KiB of a message; a resolved path is at most 4096.
-constexpr int kMaxMessage = 4096 + 256;
+// __android_log_print keeps at most 1023 characters of a line (its own buffer is 1024 bytes),
+// so a longer message would be cut there anyway.
+constexpr int kMaxMessage = 1024;
 }  // namespace
 
 void LogLine(int priority, const char* tag, const char* operation, int line, const char* format,

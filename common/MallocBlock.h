@@ -10,10 +10,8 @@ namespace IQA {
 
 class MallocBlock {
   public:
-    explicit MallocBlock(size_t size) : MallocBlock(size, size == 0 ? nullptr : malloc(size)) {}
-    static MallocBlock Zeroed(size_t size) {
-        return MallocBlock(size, size == 0 ? nullptr : calloc(1, size));
-    }
+    explicit MallocBlock(size_t size) : MallocBlock(size, malloc(size)) {}
+    static MallocBlock Zeroed(size_t size) { return MallocBlock(size, calloc(1, size)); }
     ~MallocBlock() { free(data_); }
     MallocBlock(const MallocBlock&) = delete;
     MallocBlock& operator=(const MallocBlock&) = delete;

@@ -55,12 +55,6 @@ struct DecodeResult {
     JDIMENSION height;
 };
 
-// The capacity was checked against the header's size in RGB; the rows written must agree.
-bool MatchesCheckedSize(const jpeg_decompress_struct& cinfo) {
-    return cinfo.output_width == cinfo.image_width && cinfo.output_height == cinfo.image_height &&
-           cinfo.output_components == kRgbComponents;
-}
-
 // Reads rows up to `end` in whatever batches the sink takes them.
 void ReadRows(jpeg_decompress_struct& cinfo, JpegRowSink& sink, JDIMENSION end) {
     JSAMPROW rows[kRowsPerCall];
@@ -107,7 +101,8 @@ DecodeResult Decode(FILE* file, unsigned long long bufferSize, JpegRowSink& sink
     UseFileSource(&cinfo, file);
     jpeg_read_header(&cinfo, TRUE);
     // RGB output has three components whatever the file holds (a greyscale photo is expanded),
-    // so the capacity is checked against what will really be written.
+    // and at libjpeg's default scale of 1/1 the output has the header's size, so the capacity is
+    // checked against what will really be written.
     const unsigned long long needed =
         static_cast<unsigned long long>(cinfo.image_width) * cinfo.image_height * kRgbComponents;
     if (bufferSize < needed) {
@@ -121,11 +116,6 @@ DecodeResult Decode(FILE* file, unsigned long long bufferSize, JpegRowSink& sink
     IQA_LOG_OP(ANDROID_LOG_INFO, kTagProcessData, kOperation,
                "output width %d, height %d, components %d\n", static_cast<int>(cinfo.output_width),
                static_cast<int>(cinfo.output_height), cinfo.output_components);
-    if (!MatchesCheckedSize(cinfo)) {
-        IQA_LOG_OP(ANDROID_LOG_ERROR, kTagProcessData, kOperation, "unexpected output size");
-        jpeg_destroy_decompress(&cinfo);
-        return {false, 0, 0};
-    }
     const RowRegion region = sink.Plan(cinfo.output_width, cinfo.output_height);
     CropToRegion(cinfo, region);
     sink.Begin(cinfo.output_width);

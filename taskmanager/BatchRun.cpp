@@ -146,7 +146,7 @@ SsimResult IqaTaskManager::GetSsim(IqaImageInfo& info) {
         }
         if (!processNodes[stage]->ProcessImage(info)) {
             IQA_LOGE(kTagTaskManager, "GetSsim error: %s", info.jpegName.c_str());
-            return SsimResult{0.0, 0, 0};
+            return SsimResult{};  // no score: no result
         }
     }
     return SsimResult{info.ssim, info.thumbWidth, info.thumbHeight};

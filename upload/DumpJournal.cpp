@@ -160,16 +160,18 @@ void RecoverJournal(const std::string& folder, const std::string& file,
     if (journal.get() < 0 || HeldByLiveDump(journal.get())) {
         return;
     }
+    // An empty journal, which only damage leaves, reads as a damaged one.
     const int64_t size = FileLength(journal.get());
-    MallocBlock bytes(size > 0 ? static_cast<size_t>(size) : 0);
-    if (!bytes || !ReadFully(journal.get(), 0, bytes.get(), bytes.size())) {
+    MallocBlock bytes(static_cast<size_t>(std::max<int64_t>(size, 1)));
+    if (size < 0 || !bytes ||
+        !ReadFully(journal.get(), 0, bytes.get(), static_cast<size_t>(size))) {
         ++recovery->kept;
         IQA_LOG_OP(ANDROID_LOG_ERROR, kTagUpLoad, kRecovery,
                    "could not read the journal of %s; it is kept", photoPath.c_str());
         return;
     }
     JournalHeader header = {};
-    if (!Decode(bytes.get(), bytes.size(), &header)) {
+    if (!Decode(bytes.get(), static_cast<size_t>(size), &header)) {
         UnlinkFile(path.c_str());
         ++recovery->discarded;
         IQA_LOG_OP(ANDROID_LOG_ERROR, kTagUpLoad, kRecovery, "discarded a damaged journal of %s",
