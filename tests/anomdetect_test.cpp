@@ -102,6 +102,20 @@ TEST_F(AnomDetect, GreenLeftHalfIsEnough) {
     }
 }
 
+TEST_F(AnomDetect, ChromaIsReadPerPairOfColumns) {
+    // Luma 0 everywhere; chroma pairs alternate green (0, 0) and grey (128, 128), so the pixels
+    // of columns 4i and 4i + 1 match: half of each square, twice the threshold in all. Were odd
+    // columns to read the pair that starts at their own byte, only a quarter would match.
+    Frame frame(16, 16, 16, 0, 0);
+    for (size_t i = 16 * 16; i < frame.bytes.size(); ++i) {
+        frame.bytes[i] = (i - 16 * 16) % 16 / 2 % 2 == 0 ? 0 : 128;
+    }
+    for (unsigned seed = 1; seed <= 5; ++seed) {
+        srand(seed);
+        EXPECT_TRUE(detector.CheckGreenScreen(frame.bytes.data(), 16, 16, 16)) << seed;
+    }
+}
+
 TEST_F(AnomDetect, NullBufferAndSmallestFrames) {
     detector.AnomDetect(nullptr, 64, 64, 64, "null");
     EXPECT_EQ((std::vector<std::string>{"[CheckGreenScreen]:get buffer failed!",

@@ -125,16 +125,17 @@ class CutDump : public ::testing::Test {
     }
 
     // Recovers twice: the photo must be `expected` (or either form when none is given) after the
-    // first time, and the second time must change nothing and leave no journal behind.
+    // first time, and the second time must find nothing to do and leave no journal behind.
     bool RecoverTo(const Bytes* expected) {
         IQA::RecoverDumps(kCamera);
         const Bytes once = iqa_test::ReadFile(photo);
-        IQA::RecoverDumps(kCamera);
+        const IQA::Recovery again = IQA::RecoverDumps(kCamera);
         std::error_code none;  // no journal folder at all is clean too
         const bool clean = std::filesystem::is_empty(IQA::JournalFolder(kCamera), none) || none;
         const bool whole =
             expected != nullptr ? once == *expected : once == original || once == withRecord;
-        return whole && clean && iqa_test::ReadFile(photo) == once;
+        const bool idle = again.completed == 0 && again.discarded == 0 && again.kept == 0;
+        return whole && clean && idle && iqa_test::ReadFile(photo) == once;
     }
 
     iqa_test::ScopedWorkDir work{iqa_test::Storage::kMemory};  // thousands of fsyncs

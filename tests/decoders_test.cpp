@@ -68,6 +68,7 @@ TEST_F(Decoders, ThumbnailDropsFourthByte) {
 }
 
 TEST_F(Decoders, ThumbnailFailures) {
+    const size_t descriptors = iqa_test::OpenDescriptors();
     const Bytes good = iqa_tools::ThumbnailFile(100, 100, Bytes(100 * 100 * 3, 1));
     Write("short.thumbnail", Bytes(good.begin(), good.begin() + 15));
     Write("onebyte.thumbnail", Bytes(good.begin(), good.end() - 1));
@@ -101,11 +102,18 @@ TEST_F(Decoders, ThumbnailFailures) {
     for (size_t i = 0; i + 1 < log.Entries().size(); ++i) {
         EXPECT_EQ(ANDROID_LOG_ERROR, log.Entries()[i].priority);
     }
+    EXPECT_EQ(descriptors, iqa_test::OpenDescriptors()) << "a decoder left a file open";
 }
 
 TEST_F(Decoders, JpegDecodesFullSizeRgbAndGreyscale) {
     const Bytes rgb = iqa_test::RandomBytes(64 * 40 * 3, 9);
-    const Bytes jpeg = iqa_tools::EncodeJpeg(rgb, 64, 40, 3, 90);
+    Bytes jpeg = iqa_tools::EncodeJpeg(rgb, 64, 40, 3, 90);
+    // Two application segments of the largest size, which libjpeg skips across several reads.
+    for (int i = 0; i < 2; ++i) {
+        Bytes segment = {0xFF, 0xE9, 0xFF, 0xFF};
+        segment.resize(2 + 0xFFFF, 0);
+        jpeg.insert(jpeg.begin() + 2, segment.begin(), segment.end());
+    }
     Write("c.jpg", jpeg);
     Bytes expected;
     int ew = 0, eh = 0;
@@ -127,6 +135,7 @@ TEST_F(Decoders, JpegDecodesFullSizeRgbAndGreyscale) {
 }
 
 TEST_F(Decoders, JpegFailuresAreRecovered) {
+    const size_t descriptors = iqa_test::OpenDescriptors();
     const Bytes jpeg = iqa_tools::EncodeJpeg(iqa_test::RandomBytes(64 * 64 * 3, 11), 64, 64, 3, 90);
     Write("whole.jpg", jpeg);
     Write("header-only.jpg", Bytes(jpeg.begin(), jpeg.begin() + 20));
@@ -156,10 +165,16 @@ TEST_F(Decoders, JpegFailuresAreRecovered) {
     for (const iqa_test::LogEntry& e : log.Entries()) {
         EXPECT_EQ(ANDROID_LOG_ERROR, e.priority) << e.message;
     }
-    // A truncated photo still decodes (the library fills the missing rows) and says so.
+    // A truncated photo still decodes and says so: its end reads as an EOI marker, as in
+    // libjpeg's own sources.
     log.Clear();
     EXPECT_EQ(64 * 64, Jpeg("truncated.jpg", buffer.size()));
     EXPECT_EQ(ANDROID_LOG_ERROR, log.Entries().back().priority);
+    Bytes expected;
+    ASSERT_TRUE(iqa_tools::DecodeJpeg(iqa_test::ReadFile(dir.File("truncated.jpg")), &expected,
+                                      &width, &height));
+    EXPECT_EQ(expected, Bytes(buffer.begin(), buffer.begin() + 64 * 64 * 3));
+    EXPECT_EQ(descriptors, iqa_test::OpenDescriptors()) << "a decoder left a file open";
 }
 
 }  // namespace

@@ -18,6 +18,7 @@
 #include <future>
 
 #include "CameraFiles.h"
+#include "DumpJournal.h"
 #include "IqaTaskManager.h"
 #include "LogCapture.h"
 #include "SceneGenerator.h"
@@ -175,6 +176,8 @@ TEST_F(Faults, FileSizeLimitDuringTheDump) {
     struct rlimit limit = old;
     limit.rlim_cur = before["full"].size() + 10;  // the photo cannot grow by a record
     ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &limit));
+    EXPECT_TRUE(IQA::WithinFileSizeLimit(limit.rlim_cur));
+    EXPECT_FALSE(IQA::WithinFileSizeLimit(limit.rlim_cur + 1));
     manager.BeginProcess();
     setrlimit(RLIMIT_FSIZE, &old);
     EXPECT_EQ("low", Verdict("also_full"));

@@ -186,6 +186,9 @@ TEST_F(PrepareStage, TrackedBuffersEndUpAsIfClearedWhole) {
     IQA::WrittenExtent::Forget(thumb.data());
     const auto tail = photo.begin() + 30 * 22 * 3;
     EXPECT_TRUE(std::all_of(tail, photo.end(), [](unsigned char b) { return b == 0; }));
+    for (const iqa_test::LogEntry& e : log.Entries()) {
+        EXPECT_NE(ANDROID_LOG_ERROR, e.priority) << e.message;  // every clear succeeded
+    }
 }
 
 TEST_F(PrepareStage, DecodeFailures) {

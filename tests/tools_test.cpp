@@ -14,8 +14,6 @@
 #include <sstream>
 
 #include "CameraFiles.h"
-#include "DumpJournal.h"
-#include "FileCalls.h"
 #include "IqaProcessData.h"
 #include "IqaUpLoad.h"
 #include "SceneGenerator.h"
@@ -413,24 +411,51 @@ TEST_F(Tools, AnomalyReportsAGreenFrame) {
     EXPECT_EQ(1, Iqa("anomaly " + dir.File("green.yuv") + " 640 480 640 big").status);
 }
 
-TEST_F(Tools, RecoverCompletesAnInterruptedDump) {
-    // The state a crash leaves right after a dump's journal became durable.
+// 64-bit FNV-1a, the journal's checksum and fingerprint.
+uint64_t Fnv(const Bytes& bytes) {
+    uint64_t hash = 0xcbf29ce484222325ULL;
+    for (unsigned char b : bytes) {
+        hash = (hash ^ b) * 0x100000001b3ULL;
+    }
+    return hash;
+}
+
+void Append64(Bytes* bytes, uint64_t value) {
+    for (int i = 0; i < 8; ++i) {
+        bytes->push_back(static_cast<unsigned char>(value >> (8 * i)));
+    }
+}
+
+// A journal made by hand in the documented format (magic, six little-endian fields, the new
+// tail, FNV-1a of all that) is replayed; an empty one, which only damage leaves, is discarded.
+TEST_F(Tools, RecoverReplaysJournalsOfTheDocumentedFormat) {
     const Bytes original = Photo("p", scene, true);
+    Photo("q", scene, true);
     const IQA::ImageDumpExpand d = {4, 4, 4, 24, 1, "Iqa_comparessim", {}};
     const size_t at = iqa_ref::LastRecordIfWhole(original, iqa_ref::JpegEnd(original));
     const Bytes expected = iqa_ref::WithRecord(original, at, Bytes(24, 5), d);
-    const Bytes tail(expected.begin() + static_cast<long>(at), expected.end());
-    {
-        const IQA::ScopedFd photo(IQA::OpenRegularFile(PhotoPath("p").c_str(), O_RDONLY));
-        IQA::JournalHeader header = {0, 0, original.size(), at, 0, tail.size()};
-        ASSERT_TRUE(IQA::IdentifyPhoto(photo.get(), &header));
-        IQA::Journal journal(Root() + kCamera, "p.jpg");
-        ASSERT_TRUE(journal.Write(header, tail.data()));
+    struct stat st = {};
+    ASSERT_EQ(0, stat(PhotoPath("p").c_str(), &st));
+    const auto tail = expected.begin() + static_cast<long>(at);
+    Bytes journal = {'I', 'Q', 'A', 'J', 'R', 'N', 'L', '1'};
+    for (uint64_t field : {static_cast<uint64_t>(st.st_dev), static_cast<uint64_t>(st.st_ino),
+                           uint64_t{original.size()}, uint64_t{at},
+                           Fnv(Bytes(original.begin() + static_cast<long>(at) - 4096,
+                                     original.begin() + static_cast<long>(at))),
+                           static_cast<uint64_t>(expected.end() - tail)}) {
+        Append64(&journal, field);
     }
-    const Result recovered = Iqa("recover " + Root(), true);
-    EXPECT_EQ(0, recovered.status);
-    EXPECT_EQ("recover: completed the record in storage/emulated/0/DCIM/Camera/p.jpg\n",
-              recovered.out);
+    journal.insert(journal.end(), tail, expected.end());
+    Append64(&journal, Fnv(journal));
+    const std::string folder = Root() + kCamera + "/iqathumb/";
+    iqa_test::MakeDirs(folder);
+    iqa_test::WriteFile(folder + "p.jpg.iqajournal", journal);
+    iqa_test::WriteFile(folder + "q.jpg.iqajournal", {});
+    EXPECT_EQ((Result{0,
+                      "recover: completed the record in storage/emulated/0/DCIM/Camera/p.jpg\n"
+                      "recover: discarded a damaged journal of "
+                      "storage/emulated/0/DCIM/Camera/q.jpg\n"}),
+              Iqa("recover " + Root(), true));
     EXPECT_EQ(expected, iqa_test::ReadFile(PhotoPath("p")));
     EXPECT_EQ((Result{0, ""}), Iqa("recover " + Root(), true));  // nothing is left to do
 }

@@ -118,6 +118,7 @@ Bytes WithExifThumbnail(const Bytes& jpeg) {
 }
 
 TEST_F(Dump, WritesOnlyIntoAWholeTrailer) {
+    const size_t descriptors = iqa_test::OpenDescriptors();
     const Bytes rgb = iqa_test::RandomBytes(40 * 24 * 3, 6);
     const auto jpeg = [&](const iqa_tools::JpegOptions& o) {
         return iqa_tools::EncodeJpeg(rgb, 40, 24, 3, 85, o);
@@ -184,6 +185,7 @@ TEST_F(Dump, WritesOnlyIntoAWholeTrailer) {
     IQA::IqaUpLoad().SaveCustomBuffer(dir.File("missing.jpg"), payload.data(), nullptr);
     EXPECT_EQ((std::vector<std::string>{"[SaveCustomBuffer]:Failed to resolve path."}),
               log.Lines());
+    EXPECT_EQ(descriptors, iqa_test::OpenDescriptors()) << "a dump left a file open";
 }
 
 std::vector<size_t> gReads;  // the byte counts of the reads the hook saw
@@ -210,7 +212,8 @@ TEST(FileSource, ReadsThroughOneWindowBothWays) {
         return source.Read(at, out, n) &&
                std::equal(out, out + n, file.begin() + static_cast<long>(at));
     };
-    bool all = read(199990, 10);  // the first read opens a window at its offset
+    bool all = read(0, 0);          // nothing to read: no read
+    all = all && read(199990, 10);  // the first read opens a window at its offset
     for (uint64_t at = 199000; at >= 1000; at -= 1000) {
         all = all && read(at, 12);  // backwards: windows that end just behind each request
     }

@@ -66,6 +66,11 @@ void MakeDirs(const std::string& path) {
     std::filesystem::create_directories(path);
 }
 
+size_t OpenDescriptors() {
+    const std::filesystem::directory_iterator fds("/proc/self/fd");
+    return static_cast<size_t>(std::distance(begin(fds), end(fds)));
+}
+
 Bytes RandomBytes(size_t count, uint32_t seed) {
     std::mt19937 rng(seed);
     Bytes bytes(count);

@@ -72,6 +72,10 @@ Bytes AddCameraPhoto(const std::string& root, const std::string& name, const Byt
 // A thumbnail header with any width and height, and no pixels.
 Bytes ThumbnailHeaderOnly(int32_t width, int32_t height);
 
+// How many file descriptors the process has open: what every test that opens files through the
+// library must find unchanged afterwards.
+size_t OpenDescriptors();
+
 // Fixed-seed random bytes (hostile data, noise).
 Bytes RandomBytes(size_t count, uint32_t seed);
 
