@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "CameraFiles.h"
+
 namespace iqa_fuzz {
 
 inline void Quiet(const struct __android_logger_data*, const char*) {}
@@ -39,25 +41,13 @@ inline const std::string& ScratchPath() {
     return path;
 }
 
-inline void WriteScratch(const unsigned char* data, size_t size) {
-    FILE* f = fopen(ScratchPath().c_str(), "wb");
-    if (f != nullptr) {
-        fwrite(data, 1, size, f);
-        fclose(f);
-    }
+inline void WriteScratch(const std::vector<unsigned char>& bytes) {
+    iqa_tools::WriteWholeFile(ScratchPath(), bytes);
 }
 
 inline std::vector<unsigned char> ReadScratch() {
     std::vector<unsigned char> bytes;
-    FILE* f = fopen(ScratchPath().c_str(), "rb");
-    if (f != nullptr) {
-        unsigned char chunk[65536];
-        size_t n = 0;
-        while ((n = fread(chunk, 1, sizeof(chunk), f)) > 0) {
-            bytes.insert(bytes.end(), chunk, chunk + n);
-        }
-        fclose(f);
-    }
+    iqa_tools::ReadWholeFile(ScratchPath(), &bytes);
     return bytes;
 }
 

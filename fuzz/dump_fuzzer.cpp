@@ -27,7 +27,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (customSize > 0 && custom.size() < static_cast<size_t>(customSize)) {
         return 0;  // the caller owns size bytes; the fuzzer cannot offer fewer
     }
-    iqa_fuzz::WriteScratch(file.data(), file.size());
+    iqa_fuzz::WriteScratch(file);
     IQA::IqaUpLoad().SaveCustomBuffer(iqa_fuzz::ScratchPath(), custom.data(), &descriptor);
     IQA_FUZZ_CHECK(iqa_fuzz::ReadScratch() == iqa_ref::ExpectedDump(file, custom, descriptor));
     return 0;

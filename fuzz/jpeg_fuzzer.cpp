@@ -25,7 +25,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const int dstWidth = input.ConsumeIntegralInRange(1, 64);
     const int dstHeight = input.ConsumeIntegralInRange(1, 48);
     const std::vector<uint8_t> file = input.ConsumeRemainingBytes<uint8_t>();
-    iqa_fuzz::WriteScratch(file.data(), file.size());
+    iqa_fuzz::WriteScratch(file);
     static std::vector<unsigned char> buffer(kCapacity);
     int width = -1, height = -1;
     iqa_fuzz::Logged().clear();

@@ -14,7 +14,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FuzzedDataProvider input(data, size);
     const size_t capacity = input.ConsumeIntegralInRange<size_t>(0, 1 << 20);
     const std::vector<uint8_t> file = input.ConsumeRemainingBytes<uint8_t>();
-    iqa_fuzz::WriteScratch(file.data(), file.size());
+    iqa_fuzz::WriteScratch(file);
     std::vector<unsigned char> buffer(capacity);
     int width = -1, height = -1;
     const long long pixels = IQA::IqaProcessData().ThumbnailDecoder(

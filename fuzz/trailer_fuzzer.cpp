@@ -40,7 +40,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     const std::vector<uint8_t> custom(40, 9);
     IQA::ImageDumpExpand descriptor = {8, 4, 8, 40, 1, "Iqa_comparessim", {}};
-    iqa_fuzz::WriteScratch(photo.data(), photo.size());
+    iqa_fuzz::WriteScratch(photo);
     IQA::IqaUpLoad().SaveCustomBuffer(iqa_fuzz::ScratchPath(), custom.data(), &descriptor);
     const std::vector<uint8_t> after = iqa_fuzz::ReadScratch();
     IQA_FUZZ_CHECK(after == iqa_ref::ExpectedDump(photo, custom, descriptor));

@@ -9,6 +9,7 @@
 #include "ManagerPeer.h"
 #include "SceneGenerator.h"
 #include "TestFiles.h"
+#include "reference/ReferenceDump.h"
 #include "reference/ReferenceKernels.h"
 
 using iqa_test::Bytes;
@@ -79,30 +80,17 @@ TEST_F(BatchRun, LastInFirstOutAndTheThresholdEdges) {
     EXPECT_EQ(3u, log.Count("[CopyThumbs]:Failed to back up."));
     EXPECT_TRUE(log.Contains("[RemoveFile]: " + BackupThumb("a") + " failed(IQA-getssim-end)"));
 
-    // b's reply: the 16 x 16 pixels reduced to 4 x 4, NV12 of 24 bytes, tagged Iqa_com.
-    const Bytes after = iqa_test::ReadFile(PhotoPath("b"));
-    ASSERT_EQ(before.size() + 24 + 132, after.size());
-    iqa_tools::TrailerListing listing;
-    ASSERT_TRUE(iqa_tools::ReadTrailer(after, &listing)) << listing.problem;
-    ASSERT_EQ(2u, listing.records.size());
-    EXPECT_EQ("CAMINFO", listing.records[0].tag);
-    EXPECT_EQ("Iqa_com", listing.records[1].tag);
-    iqa_tools::Descriptor d;
-    ASSERT_TRUE(iqa_tools::ReadDescriptor(after, listing.records[1], &d));
-    EXPECT_EQ((std::vector<int>{4, 4, 4, 24, 1}),
-              (std::vector<int>{d.width, d.height, d.stride, d.size, d.format}));
-    EXPECT_EQ("Iqa_comparessim", d.algoname);
-    Bytes painted(16 * 16 * 3), reduced(4 * 4 * 3);
+    // b's reply: the 16 x 16 pixels reduced to 4 x 4, NV12 of 24 bytes, in front of the camera's
+    // record (which starts where the JPEG ends).
+    Bytes painted(16 * 16 * 3);
     for (size_t i = 0; i < painted.size(); ++i) {
         painted[i] = static_cast<unsigned char>(i * 7);
     }
-    iqa_ref::DownScale(painted.data(), 16, 16, reduced.data(), 4, 4);
-    const Bytes nv12 = iqa_ref::Nv12(reduced.data(), 4, 4);
-    EXPECT_EQ(nv12,
-              Bytes(after.begin() + static_cast<long>(listing.records[1].payloadOffset),
-                    after.begin() + static_cast<long>(listing.records[1].payloadOffset) + 24));
-    EXPECT_EQ(Bytes(before.begin(), before.end() - 40 - 12 - 9 - 24),
-              Bytes(after.begin(), after.begin() + static_cast<long>(before.size()) - 85));
+    const Bytes reduced = iqa_ref::Reduced(painted, 16, 4, 4);
+    EXPECT_EQ(iqa_ref::WithRecord(before, before.size() - 40 - 12 - 9 - 24,
+                                  iqa_ref::Nv12(reduced.data(), 4, 4),
+                                  {4, 4, 4, 24, 1, "Iqa_comparessim", {}}),
+              iqa_test::ReadFile(PhotoPath("b")));
 }
 
 TEST_F(BatchRun, StopCheckpoints) {
@@ -185,15 +173,12 @@ TEST_F(BatchRun, ReplySizesAndTooSmallImages) {
     EXPECT_EQ(ANDROID_LOG_ERROR, log.Entries().back().priority);
     EXPECT_EQ(before, iqa_test::ReadFile(PhotoPath("r")));
 
-    manager.IqaReply("r", pixels.data(), 1000, 760);
-    const Bytes after = iqa_test::ReadFile(PhotoPath("r"));
-    iqa_tools::TrailerListing listing;
-    ASSERT_TRUE(iqa_tools::ReadTrailer(after, &listing)) << listing.problem;
-    iqa_tools::Descriptor d;
-    ASSERT_TRUE(iqa_tools::ReadDescriptor(after, listing.records.at(1), &d));
-    EXPECT_EQ((std::vector<int>{250, 190, 250, 250 * 190 * 3 / 2, 1}),
-              (std::vector<int>{d.width, d.height, d.stride, d.size, d.format}));
-    EXPECT_EQ(before.size() + 250 * 190 * 3 / 2 + 132, after.size());
+    manager.IqaReply("r", pixels.data(), 1000, 760);  // k = 4: 1000 x 760 to 250 x 190
+    const Bytes reduced = iqa_ref::Reduced(pixels, 1000, 250, 190);
+    EXPECT_EQ(
+        iqa_ref::WithRecord(before, before.size() - 85, iqa_ref::Nv12(reduced.data(), 250, 190),
+                            {250, 190, 250, 250 * 190 * 3 / 2, 1, "Iqa_comparessim", {}}),
+        iqa_test::ReadFile(PhotoPath("r")));
 }
 
 // Decodes that are cut short (damaged data, rows and columns the reduction leaves out) must leave

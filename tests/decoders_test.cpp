@@ -67,44 +67,6 @@ TEST_F(Decoders, ThumbnailDropsFourthByte) {
     }
 }
 
-TEST_F(Decoders, ThumbnailFailures) {
-    const size_t descriptors = iqa_test::OpenDescriptors();
-    const Bytes good = iqa_tools::ThumbnailFile(100, 100, Bytes(100 * 100 * 3, 1));
-    Write("short.thumbnail", Bytes(good.begin(), good.begin() + 15));
-    Write("onebyte.thumbnail", Bytes(good.begin(), good.end() - 1));
-    Write("good.thumbnail", good);
-    Write("neg.thumbnail", iqa_test::ThumbnailHeaderOnly(-5, 7));
-    Write("huge.thumbnail", iqa_test::ThumbnailHeaderOnly(INT_MIN, INT_MIN));  // 4wh = 2^64
-    Write("zero.thumbnail", iqa_test::ThumbnailHeaderOnly(0, 9));
-
-    EXPECT_EQ(0, Thumb("missing.thumbnail", buffer.size()));
-    EXPECT_EQ(0, Thumb("short.thumbnail", buffer.size()));
-    EXPECT_EQ(0, Thumb("onebyte.thumbnail", buffer.size()));
-    EXPECT_EQ(0, Thumb("good.thumbnail", 30000));  // RGB would fit, raw 40000 does not
-    EXPECT_EQ(0, Thumb("neg.thumbnail", buffer.size()));
-    EXPECT_EQ(0, Thumb("huge.thumbnail", ULLONG_MAX));
-    EXPECT_EQ(-7, width);
-    EXPECT_EQ(0, Thumb("zero.thumbnail", buffer.size()));  // no error, but no pixels
-    const std::string given = dir.File("");
-    // realpath leaves the part it resolved in the zero-filled buffer, and the line shows it.
-    const std::vector<std::string> lines = log.Lines();
-    ASSERT_EQ(7u, lines.size());
-    EXPECT_EQ("[ThumbnailDecoder]:Failed to resolve path" + dir.File("missing.thumbnail") + ".",
-              lines[0]);
-    EXPECT_EQ((std::vector<std::string>{
-                  "[ThumbnailDecoder]:Failed to read file header: " + given + "short.thumbnail.",
-                  "[ThumbnailDecoder]:Failed to read file : " + given + "onebyte.thumbnail.",
-                  "[ThumbnailDecoder]:buffer size too small!",
-                  "[ThumbnailDecoder]:buffer size too small!",
-                  "[ThumbnailDecoder]:buffer size too small!",
-                  "[ThumbnailDecoder]:output width 0, height 9\n"}),
-              std::vector<std::string>(lines.begin() + 1, lines.end()));
-    for (size_t i = 0; i + 1 < log.Entries().size(); ++i) {
-        EXPECT_EQ(ANDROID_LOG_ERROR, log.Entries()[i].priority);
-    }
-    EXPECT_EQ(descriptors, iqa_test::OpenDescriptors()) << "a decoder left a file open";
-}
-
 TEST_F(Decoders, JpegDecodesFullSizeRgbAndGreyscale) {
     const Bytes rgb = iqa_test::RandomBytes(64 * 40 * 3, 9);
     Bytes jpeg = iqa_tools::EncodeJpeg(rgb, 64, 40, 3, 90);
@@ -134,45 +96,80 @@ TEST_F(Decoders, JpegDecodesFullSizeRgbAndGreyscale) {
     }
 }
 
-TEST_F(Decoders, JpegFailuresAreRecovered) {
+// Each failure returns no pixels, leaves the sizes alone and says what went wrong at ERROR
+// priority; libjpeg's fatal errors come back as a failed decode.
+TEST_F(Decoders, FailuresAreRecoveredAndSaidExactly) {
     const size_t descriptors = iqa_test::OpenDescriptors();
+    const Bytes thumb = iqa_tools::ThumbnailFile(100, 100, Bytes(100 * 100 * 3, 1));
     const Bytes jpeg = iqa_tools::EncodeJpeg(iqa_test::RandomBytes(64 * 64 * 3, 11), 64, 64, 3, 90);
-    Write("whole.jpg", jpeg);
-    Write("header-only.jpg", Bytes(jpeg.begin(), jpeg.begin() + 20));
-    Bytes corrupt = {0xFF, 0xD8};  // a start marker and then noise: no frame header ever comes
     const Bytes noise = iqa_test::RandomBytes(4000, 12);
+    Bytes corrupt = {0xFF, 0xD8};  // a start marker and then noise: no frame header ever comes
     corrupt.insert(corrupt.end(), noise.begin(), noise.end());
-    Write("corrupt.jpg", corrupt);
-    Write("notjpeg.jpg", noise);
-    Write("empty.jpg", {});
-    // Four components: libjpeg cannot convert CMYK to RGB, a fatal error to recover from.
-    Write("cmyk.jpg", iqa_tools::EncodeJpeg(iqa_test::RandomBytes(16 * 16 * 4, 13), 16, 16, 4, 90));
-    Write("truncated.jpg", Bytes(jpeg.begin(), jpeg.begin() + static_cast<long>(jpeg.size() / 2)));
-
-    EXPECT_EQ(0, Jpeg("missing.jpg", buffer.size()));
-    EXPECT_EQ(0, Jpeg("whole.jpg", 64 * 64 * 3 - 1));
-    EXPECT_EQ(0, Jpeg("header-only.jpg", buffer.size()));
-    EXPECT_EQ(0, Jpeg("corrupt.jpg", buffer.size()));
-    EXPECT_EQ(0, Jpeg("empty.jpg", buffer.size()));
-    EXPECT_EQ(0, Jpeg("notjpeg.jpg", buffer.size()));
-    EXPECT_EQ(0, Jpeg("cmyk.jpg", buffer.size()));
-    EXPECT_TRUE(log.Contains("[JpegDecoder]:Unsupported color conversion request"));
-    EXPECT_EQ(-7, width);
-    const std::vector<std::string> lines = log.Lines();
-    ASSERT_GE(lines.size(), 5u);
-    EXPECT_EQ("[JpegDecoder]:Failed to resolve path.", lines[0]);
-    EXPECT_EQ("[JpegDecoder]:IqaProcessData JpegDecoder: buf size too small!", lines[1]);
-    for (const iqa_test::LogEntry& e : log.Entries()) {
-        EXPECT_EQ(ANDROID_LOG_ERROR, e.priority) << e.message;
+    const std::string at = dir.File("");  // realpath leaves what it resolved in the line
+    const unsigned long long all = buffer.size();
+    const struct {
+        bool isJpeg;
+        std::string name;
+        Bytes bytes;
+        unsigned long long capacity;
+        std::string lines;  // one per line
+    } cases[] = {
+        {false, "missing", {}, all, "[ThumbnailDecoder]:Failed to resolve path" + at + "missing."},
+        {false, "short", Bytes(thumb.begin(), thumb.begin() + 15), all,
+         "[ThumbnailDecoder]:Failed to read file header: " + at + "short."},
+        {false, "one_byte", Bytes(thumb.begin(), thumb.end() - 1), all,
+         "[ThumbnailDecoder]:Failed to read file : " + at + "one_byte."},
+        {false, "rgb_fits", thumb, 30000,
+         "[ThumbnailDecoder]:buffer size too small!"},  // raw: 40000
+        {false, "negative", iqa_test::ThumbnailHeaderOnly(-5, 7), all,
+         "[ThumbnailDecoder]:buffer size too small!"},
+        {false, "wraps", iqa_test::ThumbnailHeaderOnly(INT_MIN, INT_MIN), ULLONG_MAX,  // 4wh = 2^64
+         "[ThumbnailDecoder]:buffer size too small!"},
+        {true, "missing", {}, all, "[JpegDecoder]:Failed to resolve path."},
+        {true, "small", jpeg, 64 * 64 * 3 - 1,
+         "[JpegDecoder]:IqaProcessData JpegDecoder: buf size too small!"},
+        {true, "header_only", Bytes(jpeg.begin(), jpeg.begin() + 20), all,
+         "[JpegDecoder]:Premature end of JPEG file\n"
+         "[JpegDecoder]:JPEG datastream contains no image"},
+        {true, "corrupt", corrupt, all,
+         "[JpegDecoder]:Corrupt JPEG data: 125 extraneous bytes before marker 0x50\n"
+         "[JpegDecoder]:Unsupported marker type 0x50"},
+        {true, "empty", {}, all, "[JpegDecoder]:Empty input file"},
+        {true, "not_jpeg", noise, all, "[JpegDecoder]:Not a JPEG file: starts with 0x4b 0x9b"},
+        // Four components: libjpeg cannot convert CMYK to RGB.
+        {true, "cmyk", iqa_tools::EncodeJpeg(iqa_test::RandomBytes(16 * 16 * 4, 13), 16, 16, 4, 90),
+         all, "[JpegDecoder]:Unsupported color conversion request"},
+    };
+    for (const auto& c : cases) {
+        if (c.name != "missing") {
+            Write(c.name, c.bytes);
+        }
+        log.Clear();
+        EXPECT_EQ(0, c.isJpeg ? Jpeg(c.name, c.capacity) : Thumb(c.name, c.capacity)) << c.name;
+        EXPECT_EQ(-7, width);
+        std::string said;
+        for (const std::string& line : log.Lines()) {
+            said += (said.empty() ? "" : "\n") + line;
+        }
+        EXPECT_EQ(c.lines, said) << c.name;
+        for (const iqa_test::LogEntry& e : log.Entries()) {
+            EXPECT_EQ(ANDROID_LOG_ERROR, e.priority) << e.message;
+        }
     }
+    // No error, but no pixels either.
+    Write("zero", iqa_test::ThumbnailHeaderOnly(0, 9));
+    EXPECT_EQ(0, Thumb("zero", buffer.size()));
+    EXPECT_EQ("[ThumbnailDecoder]:output width 0, height 9\n", log.Lines().back());
+
     // A truncated photo still decodes and says so: its end reads as an EOI marker, as in
     // libjpeg's own sources.
+    Write("truncated", Bytes(jpeg.begin(), jpeg.begin() + static_cast<long>(jpeg.size() / 2)));
     log.Clear();
-    EXPECT_EQ(64 * 64, Jpeg("truncated.jpg", buffer.size()));
+    EXPECT_EQ(64 * 64, Jpeg("truncated", buffer.size()));
     EXPECT_EQ(ANDROID_LOG_ERROR, log.Entries().back().priority);
     Bytes expected;
-    ASSERT_TRUE(iqa_tools::DecodeJpeg(iqa_test::ReadFile(dir.File("truncated.jpg")), &expected,
-                                      &width, &height));
+    ASSERT_TRUE(iqa_tools::DecodeJpeg(iqa_test::ReadFile(dir.File("truncated")), &expected, &width,
+                                      &height));
     EXPECT_EQ(expected, Bytes(buffer.begin(), buffer.begin() + 64 * 64 * 3));
     EXPECT_EQ(descriptors, iqa_test::OpenDescriptors()) << "a decoder left a file open";
 }

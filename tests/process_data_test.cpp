@@ -41,36 +41,34 @@ class PrepareStage : public ::testing::Test {
     Bytes photo = Bytes(kCapacity, 0x22);
 };
 
-TEST_F(PrepareStage, EqualPixelCountsAreNotResizedAndLargerFirstImageIsReduced) {
-    WriteThumb("wide.thumbnail", 200, 100, iqa_test::RandomBytes(200 * 100 * 3, 14));
-    WriteThumb("tall.thumbnail", 100, 200, iqa_test::RandomBytes(100 * 200 * 3, 15));
-    WriteThumb("small.thumbnail", 50, 25, iqa_test::RandomBytes(50 * 25 * 3, 16));
-    IqaImageInfo same =
-        Record("wide.thumbnail", IQA::DECODER_THUMBNAIL, "tall.thumbnail", IQA::DECODER_THUMBNAIL);
-    ASSERT_TRUE(stage.ProcessImage(same));
-    EXPECT_EQ(200, same.thumbWidth);
-    EXPECT_EQ(200, same.jpegHeight);
-    EXPECT_EQ(0u, log.Count("[ProcessImage]:begin downscale jpeg " + dir.File("tall.thumbnail")));
-
-    IqaImageInfo larger =
-        Record("wide.thumbnail", IQA::DECODER_THUMBNAIL, "small.thumbnail", IQA::DECODER_THUMBNAIL);
-    ASSERT_TRUE(stage.ProcessImage(larger));
-    EXPECT_EQ(50, larger.thumbWidth);
-    EXPECT_EQ(25, larger.thumbHeight);
-    EXPECT_TRUE(log.Contains("[ProcessImage]:begin downscale jpeg " + dir.File("wide.thumbnail")));
-}
-
-TEST_F(PrepareStage, DifferentShapesNeverReadBeyondTheDecodedImage) {
-    // 300 x 10 against 20 x 100: k = 15 would need 1500 rows of the 10 decoded.
-    const Bytes wide = iqa_test::RandomBytes(300 * 10 * 3, 17);
-    WriteThumb("wide.thumbnail", 300, 10, wide);
-    WriteThumb("tall.thumbnail", 20, 100, iqa_test::RandomBytes(20 * 100 * 3, 18));
-    IqaImageInfo info =
-        Record("tall.thumbnail", IQA::DECODER_THUMBNAIL, "wide.thumbnail", IQA::DECODER_THUMBNAIL);
-    ASSERT_TRUE(stage.ProcessImage(info));
-    Bytes expected(20 * 100 * 3);
-    iqa_ref::DownScale(wide.data(), 300, 10, expected.data(), 20, 100);
-    EXPECT_EQ(expected, Bytes(photo.begin(), photo.begin() + 20 * 100 * 3));
+TEST_F(PrepareStage, TheImageWithMorePixelsIsReducedToTheOthersSize) {
+    // Equal pixel counts stay as they are; 300 x 10 reduced to 20 x 100 (k = 15) must not read
+    // the 1500 rows a plain reduction would.
+    const struct {
+        int w1, h1, w2, h2, reduced;  // 0: neither, 1: the first, 2: the second
+    } cases[] = {{200, 100, 100, 200, 0}, {200, 100, 50, 25, 1}, {20, 100, 300, 10, 2}};
+    for (const auto& c : cases) {
+        const Bytes first = iqa_test::RandomBytes(c.w1 * c.h1 * 3, 14);
+        const Bytes second = iqa_test::RandomBytes(c.w2 * c.h2 * 3, 15);
+        WriteThumb("1.thumbnail", c.w1, c.h1, first);
+        WriteThumb("2.thumbnail", c.w2, c.h2, second);
+        log.Clear();
+        IqaImageInfo info =
+            Record("1.thumbnail", IQA::DECODER_THUMBNAIL, "2.thumbnail", IQA::DECODER_THUMBNAIL);
+        ASSERT_TRUE(stage.ProcessImage(info));
+        const bool one = c.reduced == 1;
+        const int w = one ? c.w2 : c.w1, h = one ? c.h2 : c.h1;
+        EXPECT_EQ(
+            (std::vector<int>{w, h, c.reduced == 2 ? w : c.w2, c.reduced == 2 ? h : c.h2}),
+            (std::vector<int>{info.thumbWidth, info.thumbHeight, info.jpegWidth, info.jpegHeight}));
+        EXPECT_EQ(c.reduced != 0, log.Contains("[ProcessImage]:begin downscale jpeg " +
+                                               dir.File(one ? "1.thumbnail" : "2.thumbnail")));
+        const Bytes expected =
+            c.reduced == 0 ? second
+                           : iqa_ref::Reduced(one ? first : second, one ? c.w1 : c.w2, w, h);
+        const Bytes& out = one ? thumb : photo;
+        EXPECT_EQ(expected, Bytes(out.begin(), out.begin() + static_cast<long>(expected.size())));
+    }
 }
 
 TEST_F(PrepareStage, JpegReducedWhileDecodingMatchesTheWholeImageReduction) {

@@ -10,11 +10,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <numeric>
 #include <sstream>
 
 #include "CameraFiles.h"
-#include "IqaProcessData.h"
 #include "IqaUpLoad.h"
 #include "SceneGenerator.h"
 #include "TestFiles.h"
@@ -25,8 +23,6 @@ using iqa_test::Bytes;
 using nlohmann::json;
 
 namespace {
-
-const std::string kCamera = "/" + iqa_test::kCamera;
 
 struct Result {
     int status;
@@ -82,24 +78,21 @@ Bytes ReadPng(const std::string& path, int* width, int* height) {
 
 class Tools : public ::testing::Test {
   protected:
-    Tools() { iqa_test::MakeDirs(Root() + kCamera + "/cache"); }
-
-    std::string Root() const { return dir.File("root"); }
-    Bytes Photo(const std::string& name, const Bytes& pixels, bool trailer) {
-        const Bytes file = trailer ? iqa_test::CameraPhoto(pixels, 320, 240)
-                                   : iqa_tools::EncodeJpeg(pixels, 320, 240, 3, 90);
-        iqa_test::WriteFile(PhotoPath(name), file);
-        return file;
-    }
-    void Thumb(const std::string& name, const Bytes& pixels) {
-        iqa_test::WriteFile(ThumbPath(name), iqa_tools::ThumbnailFile(
-                                                 80, 60, iqa_ref::Reduced(pixels, 320, 80, 60)));
-    }
+    std::string Root() const { return dir.File("root/"); }
     std::string PhotoPath(const std::string& name, const std::string& root = "") const {
-        return (root.empty() ? Root() : root) + kCamera + "/" + name + ".jpg";
+        return (root.empty() ? Root() : root + "/") + iqa_test::PhotoPath(name);
     }
     std::string ThumbPath(const std::string& name) const {
-        return Root() + kCamera + "/cache/" + name + ".thumbnail";
+        return Root() + iqa_test::CachedThumb(name);
+    }
+    // A 320 x 240 camera photo of the scene, and its 80 x 60 thumbnail of thumbScene.
+    Bytes Photo(const std::string& name, const Bytes& thumbScene) {
+        return iqa_test::AddCameraPhoto(Root(), name, scene, 320, 240, thumbScene, 80, 60);
+    }
+    Bytes PlainPhoto(const std::string& name) {  // no trailer
+        const Bytes file = iqa_tools::EncodeJpeg(scene, 320, 240, 3, 90);
+        iqa_test::WriteFile(PhotoPath(name), file);
+        return file;
     }
     // Photos of every outcome: matching and other thumbnails, a missing thumbnail, a photo
     // without a trailer.
@@ -107,11 +100,10 @@ class Tools : public ::testing::Test {
         std::map<std::string, Bytes> before;
         for (const std::string name :
              {"a_match", "b_other", "c_nothumb", "d_plain", "e_match", "f_match", "g_other"}) {
-            before[name] = Photo(name, scene, name != "d_plain");
-            if (name != "c_nothumb") {
-                Thumb(name, name.find("match") != std::string::npos ? scene : other);
-            }
+            before[name] = Photo(name, name.find("match") != std::string::npos ? scene : other);
         }
+        std::filesystem::remove(ThumbPath("c_nothumb"));
+        before["d_plain"] = PlainPhoto("d_plain");
         return before;
     }
 
@@ -175,8 +167,7 @@ TEST_F(Tools, RunReportsEachOutcomeAsATableJsonAndCsv) {
 }
 
 TEST_F(Tools, CompareScoresAPairAsTheBatchRunLogsIt) {
-    const Bytes photo = Photo("p", scene, true);
-    Thumb("p", other);
+    const Bytes photo = Photo("p", other);
     const std::string pair =
         "storage/emulated/0/DCIM/Camera/p.jpg storage/emulated/0/DCIM/Camera/cache/p.thumbnail";
     const Result compared = Iqa("compare --worst 3 " + pair, false, Root());
@@ -192,26 +183,19 @@ TEST_F(Tools, CompareScoresAPairAsTheBatchRunLogsIt) {
     }
     EXPECT_EQ(sum / static_cast<double>(blocks.size()), j["ssim"].get<double>());  // bit for bit
 
-    // The worst blocks in order, with the pixels each block's bytes come from (the plane is the
-    // first 80 x 60 bytes of the RGB buffer: row y of the plane holds bytes 80y ... 80y + 79).
-    std::vector<size_t> order(blocks.size());
-    std::iota(order.begin(), order.end(), 0);
-    std::stable_sort(order.begin(), order.end(),
-                     [&](size_t a, size_t b) { return blocks[a] < blocks[b]; });
+    // The worst block first, with the pixels its bytes come from (the plane is the first 80 x 60
+    // bytes of the RGB buffer: row y of the plane holds bytes 80y ... 80y + 79).
+    const size_t worst =
+        static_cast<size_t>(std::min_element(blocks.begin(), blocks.end()) - blocks.begin());
     std::istringstream lines(compared.out);
-    std::string line;
-    std::getline(lines, line);
-    EXPECT_EQ("photo 320x240, thumbnail 80x60, compared at 80x60", line);
-    std::getline(lines, line);
-    const std::string verdict = line;
-    for (size_t i = 0; i < 3; ++i) {
-        std::getline(lines, line);
-        char value[32];
-        snprintf(value, sizeof(value), "%lf", blocks[order[i]]);
-        EXPECT_EQ(0u, line.find("block " + std::to_string(order[i] % 10) + "," +
-                                std::to_string(order[i] / 10) + "  ssim " + value + "  pixels "))
-            << line;
-    }
+    std::string size, verdict, first;
+    std::getline(std::getline(std::getline(lines, size), verdict), first);
+    EXPECT_EQ("photo 320x240, thumbnail 80x60, compared at 80x60", size);
+    char value[32];
+    snprintf(value, sizeof(value), "%lf", blocks[worst]);
+    EXPECT_EQ(0u, first.find("block " + std::to_string(worst % 10) + "," +
+                             std::to_string(worst / 10) + "  ssim " + value + "  pixels "))
+        << first;
     // Row r of block 0,0 is bytes 80r ... 80r + 7, pixels 80r / 3 ... (80r + 7) / 3 of the
     // picture: 0-2, 26-29, 53-55 of row 0, the same of row 1, then 0-2 and 26-29 of row 2.
     EXPECT_NE(std::string::npos, Iqa("compare --worst 70 " + PhotoPath("p") + " " + ThumbPath("p"))
@@ -325,36 +309,28 @@ TEST_F(Tools, ReportShowsEveryPhotoAndImageInABrowser) {
 }
 
 TEST_F(Tools, InspectListsTheLibrarysRecordAndRejectsOthersUntouched) {
-    const Bytes original = Photo("p", scene, true);
-    const Bytes nv12(24, 77);
+    const Bytes original = Photo("p", scene);
     IQA::ImageDumpExpand d = {4, 4, 4, 24, 1, "Iqa_comparessim", {}};
-    IQA::IqaUpLoad().SaveCustomBuffer(PhotoPath("p"), nv12.data(), &d);
-    const Result listed = Iqa("inspect " + PhotoPath("p"));
-    EXPECT_EQ(0, listed.status);
-    const size_t image = original.size() - 40 - 12 - 9 - 24;
-    EXPECT_NE(std::string::npos, listed.out.find("other data: 9 bytes"));
-    EXPECT_NE(std::string::npos, listed.out.find("record at " + std::to_string(image + 156) +
-                                                 ": 40 bytes, tag \"CAMINFO\""));
-    EXPECT_NE(std::string::npos, listed.out.find("record at " + std::to_string(image) +
-                                                 ": 144 bytes, tag \"Iqa_com\""));
-    EXPECT_NE(
-        std::string::npos,
-        listed.out.find("image 4x4, stride 4, size 24, format 1, algorithm \"Iqa_comparessim\""));
+    IQA::IqaUpLoad().SaveCustomBuffer(PhotoPath("p"), Bytes(24, 77).data(), &d);
+    // Offsets: the image data, then our record (24 + 120 + 12), the camera's (40 + 12), the other
+    // data and the file header.
+    const size_t end = original.size() - 40 - 12 - 9 - 24;
+    const auto at = [&](size_t offset) { return std::to_string(end + offset); };
+    EXPECT_EQ((Result{0, PhotoPath("p") + ": " + at(156 + 85) + " bytes\nfile header at " +
+                             at(156 + 61) + ", other data: 9 bytes\nrecord at " + at(156) +
+                             ": 40 bytes, tag \"CAMINFO\"\nrecord at " + at(0) +
+                             ": 144 bytes, tag \"Iqa_com\"\n  image 4x4, stride 4, size 24, "
+                             "format 1, algorithm \"Iqa_comparessim\"\nimage data: " +
+                             at(0) + " bytes\n"}),
+              Iqa("inspect " + PhotoPath("p")));
     const json j = json::parse(Iqa("inspect --json " + PhotoPath("p")).out);
-    EXPECT_EQ((json{{"offset", image},
-                    {"length", 144},
-                    {"tag", "Iqa_com"},
-                    {"image",
-                     {{"width", 4},
-                      {"height", 4},
-                      {"stride", 4},
-                      {"size", 24},
-                      {"format", 1},
-                      {"algorithm", "Iqa_comparessim"}}}}),
+    EXPECT_EQ(json::parse("{\"offset\": " + at(0) +
+                          R"(, "length": 144, "tag": "Iqa_com", "image": {"width": 4, "height": 4,
+                          "stride": 4, "size": 24, "format": 1, "algorithm": "Iqa_comparessim"}})"),
               j["records"][1]);
-    EXPECT_EQ(image, j["image_end"]);
+    EXPECT_EQ(end, j["image_end"]);
 
-    const Bytes plain = Photo("plain", scene, false);
+    const Bytes plain = PlainPhoto("plain");
     Bytes damaged = original;
     damaged[damaged.size() - 24 - 9 - 12 + 3] = 0x40;  // payload length past the start
     iqa_test::WriteFile(PhotoPath("damaged"), damaged);
@@ -366,38 +342,32 @@ TEST_F(Tools, InspectListsTheLibrarysRecordAndRejectsOthersUntouched) {
     }
 }
 
-TEST_F(Tools, ExtractRoundTripsAnNv12Preview) {
+TEST_F(Tools, ExtractWritesThePreviewInTheFormatOfItsName) {
     // A smooth image: NV12 keeps it within the colour conversion's rounding.
     const int w = 40, h = 30;
-    Bytes rgb(w * h * 3);
+    Bytes rgb;
     for (int i = 0; i < w * h; ++i) {
-        rgb[3 * i] = static_cast<unsigned char>(40 + (i % w) * 4);
-        rgb[3 * i + 1] = static_cast<unsigned char>(60 + (i / w) * 5);
-        rgb[3 * i + 2] = 128;
+        rgb.insert(rgb.end(), {static_cast<unsigned char>(40 + i % w * 4),
+                               static_cast<unsigned char>(60 + i / w * 5), 128});
     }
-    Bytes nv12(w * h * 3 / 2);
-    IQA::IqaProcessData().ConvertRGBToNV12(rgb.data(), w, h, nv12.data());
-    Photo("p", scene, true);
+    Photo("p", scene);
     IQA::ImageDumpExpand d = {w, h, w, w * h * 3 / 2, 1, "Iqa_comparessim", {}};
-    IQA::IqaUpLoad().SaveCustomBuffer(PhotoPath("p"), nv12.data(), &d);
-    const std::string png = dir.File("preview.png"), ppm = dir.File("preview.PPM");
-    ASSERT_EQ(0, Iqa("extract " + PhotoPath("p") + " " + png).status);
+    IQA::IqaUpLoad().SaveCustomBuffer(PhotoPath("p"), iqa_ref::Nv12(rgb.data(), w, h).data(), &d);
+    for (const char* name : {"preview.png", "preview.PPM", "preview.jpeg"}) {
+        ASSERT_EQ(0, Iqa("extract " + PhotoPath("p") + " " + dir.File(name)).status) << name;
+    }
     int width = 0, height = 0;
-    const Bytes shown = ReadPng(png, &width, &height);
+    const Bytes shown = ReadPng(dir.File("preview.png"), &width, &height);
     ASSERT_EQ(rgb.size(), shown.size());
     EXPECT_EQ(w, width);
-    int worst = 0;
     for (size_t i = 0; i < rgb.size(); ++i) {
-        worst = std::max(worst, std::abs(shown[i] - rgb[i]));
+        // A truncating conversion, and 2 x 2 chroma of a smooth ramp.
+        ASSERT_LE(std::abs(shown[i] - rgb[i]), 8) << i;
     }
-    EXPECT_LE(worst, 8);  // truncating conversion plus 2x2 chroma of a smooth ramp
-    ASSERT_EQ(0, Iqa("extract " + PhotoPath("p") + " " + ppm).status);
-    const Bytes header = {'P', '6', '\n', '4', '0', ' ', '3', '0', '\n', '2', '5', '5', '\n'};
-    Bytes expected = header;
-    expected.insert(expected.end(), shown.begin(), shown.end());
-    EXPECT_EQ(expected, iqa_test::ReadFile(ppm));
+    Bytes ppm = {'P', '6', '\n', '4', '0', ' ', '3', '0', '\n', '2', '5', '5', '\n'};
+    ppm.insert(ppm.end(), shown.begin(), shown.end());
+    EXPECT_EQ(ppm, iqa_test::ReadFile(dir.File("preview.PPM")));
     Bytes decoded;
-    ASSERT_EQ(0, Iqa("extract " + PhotoPath("p") + " " + dir.File("preview.jpeg")).status);
     EXPECT_TRUE(iqa_tools::DecodeJpeg(iqa_test::ReadFile(dir.File("preview.jpeg")), &decoded,
                                       &width, &height));
 }
@@ -429,8 +399,8 @@ void Append64(Bytes* bytes, uint64_t value) {
 // A journal made by hand in the documented format (magic, six little-endian fields, the new
 // tail, FNV-1a of all that) is replayed; an empty one, which only damage leaves, is discarded.
 TEST_F(Tools, RecoverReplaysJournalsOfTheDocumentedFormat) {
-    const Bytes original = Photo("p", scene, true);
-    Photo("q", scene, true);
+    const Bytes original = Photo("p", scene);
+    Photo("q", scene);
     const IQA::ImageDumpExpand d = {4, 4, 4, 24, 1, "Iqa_comparessim", {}};
     const size_t at = iqa_ref::LastRecordIfWhole(original, iqa_ref::JpegEnd(original));
     const Bytes expected = iqa_ref::WithRecord(original, at, Bytes(24, 5), d);
@@ -447,7 +417,7 @@ TEST_F(Tools, RecoverReplaysJournalsOfTheDocumentedFormat) {
     }
     journal.insert(journal.end(), tail, expected.end());
     Append64(&journal, Fnv(journal));
-    const std::string folder = Root() + kCamera + "/iqathumb/";
+    const std::string folder = Root() + iqa_test::kCamera + "/iqathumb/";
     iqa_test::MakeDirs(folder);
     iqa_test::WriteFile(folder + "p.jpg.iqajournal", journal);
     iqa_test::WriteFile(folder + "q.jpg.iqajournal", {});
@@ -465,12 +435,11 @@ TEST_F(Tools, RecoverReplaysJournalsOfTheDocumentedFormat) {
 TEST_F(Tools, BadInputAndUsageGiveOneLine) {
     const std::string photo = PhotoPath("p"), fifo = dir.File("fifo.png");
     const std::string folder = dir.File("folder.png");
-    const Bytes file = Photo("p", scene, true);
+    const Bytes file = Photo("p", scene);
     IQA::ImageDumpExpand d = {4, 4, 4, 24, 1, "Iqa_comparessim", {}};
     IQA::IqaUpLoad().SaveCustomBuffer(photo, Bytes(24, 1).data(), &d);
     ASSERT_EQ(0, mkfifo(fifo.c_str(), 0644));
     iqa_test::MakeDirs(folder);
-    Thumb("p", scene);
     const std::string thumb = ThumbPath("p"), text = dir.File("text.jpg");
     iqa_test::WriteFile(dir.File("bad.thumbnail"), iqa_test::ThumbnailHeaderOnly(80, -60));
     iqa_test::WriteFile(dir.File("tiny.thumbnail"),

@@ -11,6 +11,7 @@
 #include "LogCapture.h"
 #include "McsRecordingService.h"
 #include "TestFiles.h"
+#include "reference/ReferenceDump.h"
 
 using iqa_test::Bytes;
 
@@ -25,29 +26,9 @@ Bytes Concat(std::initializer_list<Bytes> parts) {
 }
 
 IQA::ImageDumpExpand Descriptor(int32_t size, const char* name) {
-    IQA::ImageDumpExpand d = {};
-    d.width = 4;
-    d.height = 2;
-    d.stride = 4;
-    d.size = size;
-    d.format = 1;
+    IQA::ImageDumpExpand d = {4, 2, 4, size, 1, "", {}};
     std::strncpy(d.algoname, name, sizeof(d.algoname) - 1);
     return d;
-}
-
-Bytes Raw(const IQA::ImageDumpExpand& d) {
-    const auto* p = reinterpret_cast<const unsigned char*>(&d);
-    return Bytes(p, p + sizeof(d));
-}
-
-// Data header as the dump writes it: length, then the tag cut to 7 characters, zero-filled.
-Bytes Header(uint32_t length, const std::string& tag) {
-    Bytes h;
-    iqa_tools::AppendU32(&h, length);
-    char head[8] = {};
-    std::strncpy(head, tag.c_str(), 7);
-    h.insert(h.end(), head, head + 8);
-    return h;
 }
 
 class Dump : public ::testing::Test {
@@ -64,15 +45,14 @@ class Dump : public ::testing::Test {
 };
 
 TEST_F(Dump, InsertsRecordBeforeTheLastOne) {
-    const Bytes trailer = iqa_tools::Trailer({{"CAMREC", payload}}, other);
-    const Bytes original = Concat({image, trailer});
+    const Bytes original = Concat({image, iqa_tools::Trailer({{"CAMREC", payload}}, other)});
     iqa_test::WriteFile(dir.File("p.jpg"), original);
     const Bytes first = iqa_test::RandomBytes(12, 4), second = iqa_test::RandomBytes(6, 5);
 
     Save("p.jpg", first, Descriptor(12, "Iqa_comparessim"));
-    EXPECT_EQ(Concat({image, first, Raw(Descriptor(12, "Iqa_comparessim")),
-                      Header(12 + 120, "Iqa_com"), trailer}),
-              iqa_test::ReadFile(dir.File("p.jpg")));
+    const Bytes once =
+        iqa_ref::WithRecord(original, image.size(), first, Descriptor(12, "Iqa_comparessim"));
+    EXPECT_EQ(once, iqa_test::ReadFile(dir.File("p.jpg")));
     EXPECT_EQ((std::vector<std::string>{
                   "[SaveCustomBuffer]:Resolved path:" + dir.File("p.jpg") + " ",
                   "[SaveCustomBuffer]:save custombuffer in " + dir.File("p.jpg") + "."}),
@@ -80,8 +60,7 @@ TEST_F(Dump, InsertsRecordBeforeTheLastOne) {
 
     // A second dump goes behind the first, still in front of the camera's own record.
     Save("p.jpg", second, Descriptor(6, "ab"));
-    EXPECT_EQ(Concat({image, first, Raw(Descriptor(12, "Iqa_comparessim")), Header(132, "Iqa_com"),
-                      second, Raw(Descriptor(6, "ab")), Header(126, "ab"), trailer}),
+    EXPECT_EQ(iqa_ref::WithRecord(once, image.size() + 12 + 132, second, Descriptor(6, "ab")),
               iqa_test::ReadFile(dir.File("p.jpg")));
 }
 
@@ -171,13 +150,10 @@ TEST_F(Dump, WritesOnlyIntoAWholeTrailer) {
             "[SaveCustomBuffer]:IqaUpLoad SaveBuffer: Failed to read file header: " + path + ".",
             "[SaveCustomBuffer]:Resolved path:" + path + " "};
         EXPECT_EQ(expected[c.outcome], said) << c.name;
-        const size_t lastRecord = c.outcome == kWritten ? c.bytes.size() - trailer.size() : 0;
-        const Bytes result =
-            c.outcome == kWritten
-                ? Concat({Bytes(c.bytes.begin(), c.bytes.begin() + static_cast<long>(lastRecord)),
-                          payload, Raw(Descriptor(50, "Iqa_comparessim")),
-                          Header(50 + 120, "Iqa_com"), trailer})
-                : c.bytes;
+        const Bytes result = c.outcome == kWritten
+                                 ? iqa_ref::WithRecord(c.bytes, c.bytes.size() - trailer.size(),
+                                                       payload, Descriptor(50, "Iqa_comparessim"))
+                                 : c.bytes;
         EXPECT_EQ(result, iqa_test::ReadFile(path)) << c.name;
     }
 

@@ -2,8 +2,8 @@
 #ifndef IQA_TESTS_MANAGER_PEER_H
 #define IQA_TESTS_MANAGER_PEER_H
 
-#include <condition_variable>
 #include <functional>
+#include <future>
 #include <memory>
 #include <mutex>
 
@@ -70,33 +70,24 @@ class Gate {
   public:
     std::shared_ptr<IQA::IqaProcessNode> Node() {
         return std::make_shared<ScriptedNode>([this](IqaImageInfo&) {
-            std::unique_lock<std::mutex> lock(mutex_);
-            entered_ = true;
-            changed_.notify_all();
-            changed_.wait_for(lock, kDeadline, [this] { return open_; });
+            std::call_once(once_, [this] { enter_.set_value(); });
+            opened_.wait_for(kDeadline);
             return true;
         });
     }
     ::testing::AssertionResult Entered() {
-        std::unique_lock<std::mutex> lock(mutex_);
-        if (changed_.wait_for(lock, kDeadline, [this] { return entered_; })) {
+        if (entered_.wait_for(kDeadline) == std::future_status::ready) {
             return ::testing::AssertionSuccess();
         }
         return ::testing::AssertionFailure() << "the batch run did not reach the gate";
     }
-    void Open() {
-        {
-            std::lock_guard<std::mutex> lock(mutex_);
-            open_ = true;
-        }
-        changed_.notify_all();
-    }
+    void Open() { open_.set_value(); }
 
   private:
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    bool entered_ = false;
-    bool open_ = false;
+    std::once_flag once_;
+    std::promise<void> enter_, open_;
+    std::shared_future<void> entered_ = enter_.get_future().share();
+    std::shared_future<void> opened_ = open_.get_future().share();
 };
 
 }  // namespace iqa_test

@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <fstream>
 #include <iterator>
 #include <random>
 #include <stdexcept>
@@ -49,15 +48,13 @@ ScopedWorkDir::~ScopedWorkDir() {
 }
 
 Bytes ReadFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    Bytes bytes;
+    iqa_tools::ReadWholeFile(path, &bytes);
+    return bytes;
 }
 
 void WriteFile(const std::string& path, const Bytes& bytes) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out.write(reinterpret_cast<const char*>(bytes.data()),
-              static_cast<std::streamsize>(bytes.size()));
-    if (!out) {
+    if (!iqa_tools::WriteWholeFile(path, bytes)) {
         throw std::runtime_error("cannot write " + path);
     }
 }
