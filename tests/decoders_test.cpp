@@ -35,30 +35,26 @@ class Decoders : public ::testing::Test {
 };
 
 TEST_F(Decoders, ThumbnailDropsFourthByte) {
-    Bytes file = iqa_tools::ThumbnailFile(2, 1, {1, 2, 3, 5, 6, 7});
-    file[16 + 3] = 4;
-    file[16 + 7] = 8;
-    file.insert(file.end(), {99, 98, 97});  // trailing bytes are ignored
-    Write("a.thumbnail", file);
-    EXPECT_EQ(2, Thumb("a.thumbnail", buffer.size()));
-    EXPECT_EQ((Bytes{1, 2, 3, 5, 6, 7}), Bytes(buffer.begin(), buffer.begin() + 6));
-    EXPECT_EQ(2, width);
-    EXPECT_EQ(1, height);
-    EXPECT_TRUE(log.Contains("[ThumbnailDecoder]:output width 2, height 1\n"));
-
-    // Read in several blocks. Behind the image the buffer holds the last quarter of the raw
-    // bytes, as a whole read compacted in place leaves it, except in a batch run's own buffer.
+    // Read in several blocks; bytes behind the pixels are ignored. Behind the image the buffer
+    // holds the last quarter of the raw bytes, as a whole read compacted in place leaves it,
+    // except in a batch run's own buffer.
     const int w = 211, h = 173;
-    const Bytes raw = iqa_tools::ThumbnailFile(w, h, iqa_test::RandomBytes(w * h * 3, 8));
-    const Bytes pixels(raw.begin() + 16, raw.end());
+    Bytes raw = iqa_tools::ThumbnailFile(w, h, Bytes(w * h * 3, 0));
+    const Bytes pixels = iqa_test::RandomBytes(w * h * 4, 8);
+    std::copy(pixels.begin(), pixels.end(), raw.begin() + 16);
+    raw.insert(raw.end(), {99, 98, 97});
     Write("b.thumbnail", raw);
     for (bool tracked : {false, true}) {
         std::fill(buffer.begin(), buffer.end(), 0xCC);
         if (tracked) {
             IQA::WrittenExtent::Track(buffer.data());
         }
+        log.Clear();
         EXPECT_EQ(w * h, Thumb("b.thumbnail", buffer.size()));
         IQA::WrittenExtent::Forget(buffer.data());
+        EXPECT_EQ((std::vector<int>{w, h}), (std::vector<int>{width, height}));
+        EXPECT_EQ((std::vector<std::string>{"[ThumbnailDecoder]:output width 211, height 173\n"}),
+                  log.Lines());
         const long image = w * h * 3, end = w * h * 4;
         EXPECT_EQ(iqa_ref::DropFourthByte(pixels), Bytes(buffer.begin(), buffer.begin() + image));
         EXPECT_EQ(tracked ? Bytes(end - image, 0xCC) : Bytes(pixels.begin() + image, pixels.end()),

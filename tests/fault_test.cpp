@@ -1,5 +1,5 @@
 // Real faults during batch runs: unreadable files and folders, files that vanish or shrink
-// mid-run, a backup folder that cannot be made, and a file size limit hit by the dump. The run
+// mid-run, and a file size limit hit by the dump. The run
 // must go on with the next photo, say what happened, and leave every photo either unchanged or
 // holding exactly the new record.
 #include <gtest/gtest.h>
@@ -127,21 +127,6 @@ TEST_F(Faults, FilesRemovedOrTruncatedDuringTheRun) {
                     before["shrinks"].begin() + static_cast<long>(before["shrinks"].size() / 2)),
               iqa_test::ReadFile(PhotoPath("shrinks")));
     EXPECT_NE("missing", Verdict("shrinks"));
-}
-
-TEST_F(Faults, BackupFolderCannotBeCreated) {
-    AddPhoto("a", true);
-    AddPhoto("b", false);
-    chmod(kCamera.c_str(), 0555);
-    manager.BeginProcess();
-    chmod(kCamera.c_str(), 0755);
-    EXPECT_EQ(2u, log.Count("[CopyThumbs]:Failed to create destination directory."));
-    EXPECT_EQ("none", Verdict("a"));
-    EXPECT_EQ("none", Verdict("b"));
-    // No thumbnail is lost: both are still in the cache for a later run.
-    EXPECT_TRUE(IsFileExists(CachedThumb("a")));
-    EXPECT_TRUE(IsFileExists(CachedThumb("b")));
-    ExpectUnchangedOrOneRecord("b", false);
 }
 
 TEST_F(Faults, FileSizeLimitDuringTheDump) {
