@@ -1,5 +1,5 @@
 // A malloc'ed block that is freed on every path out of its scope. Its bytes start undefined
-// unless it was made Zeroed.
+// unless it was made Zeroed; size() is what was asked for, so check the block first.
 #ifndef IQA_COMMON_MALLOC_BLOCK_H
 #define IQA_COMMON_MALLOC_BLOCK_H
 
@@ -21,8 +21,7 @@ class MallocBlock {
     explicit operator bool() const { return data_ != nullptr; }
 
   private:
-    MallocBlock(size_t size, void* data)
-        : data_(static_cast<unsigned char*>(data)), size_(data_ == nullptr ? 0 : size) {}
+    MallocBlock(size_t size, void* data) : data_(static_cast<unsigned char*>(data)), size_(size) {}
 
     unsigned char* data_;
     size_t size_;

@@ -13,7 +13,7 @@ class ScopedFile {
   public:
     explicit ScopedFile(const char* path) {
         const int fd = OpenRegularFile(path, O_RDONLY);
-        file_ = fd < 0 ? nullptr : fdopen(fd, "rb");
+        file_ = fdopen(fd, "rb");  // null for a failed open (-1 is no descriptor)
         if (file_ == nullptr) {
             CloseFile(fd);
         }

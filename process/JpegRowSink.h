@@ -42,8 +42,8 @@ class BufferRowSink : public JpegRowSink {
 
   private:
     unsigned char* buffer_;
-    uint32_t height_ = 0;
-    size_t rowBytes_ = 0;
+    uint32_t height_{};
+    size_t rowBytes_{};
 };
 
 }  // namespace IQA

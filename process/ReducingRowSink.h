@@ -37,11 +37,11 @@ class ReducingRowSink : public JpegRowSink {
     std::unique_ptr<MallocBlock> stripBlock_;
     unsigned char* strip_ = nullptr;  // stripRows_ rows of the source: whole blocks of k rows
     std::unique_ptr<MallocBlock> spillBlock_;
-    uint32_t srcHeight_ = 0;
-    uint32_t k_ = 0;
-    uint32_t stripRows_ = 0;
-    uint32_t rowPixels_ = 0;
-    size_t rowBytes_ = 0;
+    uint32_t srcHeight_{};
+    uint32_t k_{};
+    uint32_t stripRows_{};
+    uint32_t rowPixels_{};
+    size_t rowBytes_{};
 };
 
 }  // namespace IQA

@@ -43,11 +43,9 @@ class RunBuffers {
             WrittenExtent::Track(thumb_.get());
         }
     }
-    ~RunBuffers() {
-        if (tracked_) {
-            WrittenExtent::Forget(photo_.get());
-            WrittenExtent::Forget(thumb_.get());
-        }
+    ~RunBuffers() {  // forgetting a buffer that is not tracked changes nothing
+        WrittenExtent::Forget(photo_.get());
+        WrittenExtent::Forget(thumb_.get());
     }
     RunBuffers(const RunBuffers&) = delete;
     RunBuffers& operator=(const RunBuffers&) = delete;

@@ -31,7 +31,7 @@ bool Fail(TrailerChain* chain, const char* problem) {
 
 TrailerStatus LocateLastRecord(ByteSource& source, TrailerTail* tail) {
     const int64_t length = static_cast<int64_t>(source.Size());
-    uint32_t otherLength = 0;
+    uint32_t otherLength{};
     if (length < kFileHeaderSize || !ReadLength(source, length - kFileHeaderSize, &otherLength)) {
         return TrailerStatus::kNoFileHeader;
     }
@@ -39,7 +39,7 @@ TrailerStatus LocateLastRecord(ByteSource& source, TrailerTail* tail) {
     if (dataHeaderAt < 0) {
         return TrailerStatus::kOutside;
     }
-    uint32_t payloadLength = 0;
+    uint32_t payloadLength{};
     if (!ReadLength(source, dataHeaderAt, &payloadLength)) {
         return TrailerStatus::kNoDataHeader;
     }

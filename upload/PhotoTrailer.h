@@ -39,7 +39,7 @@ struct TrailerRecord {
 };
 
 struct TrailerChain {
-    uint32_t otherLength = 0;
+    uint32_t otherLength{};
     std::vector<TrailerRecord> records;  // the file's last record first
     const char* problem = nullptr;       // why the chain is not whole; null when it is
 };
