@@ -163,6 +163,9 @@ TEST_F(BatchRun, StopInsideTheChainPutsTheNameBack) {
     manager.BeginProcess();
     EXPECT_EQ((std::vector<std::string>{"[IqaProc]:begin process 1 tasks"}), RunLines());
     EXPECT_TRUE(Peer::Tasks(manager).empty());
+    log.Clear();
+    manager.BeginProcess();  // nothing registered: no run at all
+    EXPECT_TRUE(RunLines().empty());
 }
 
 TEST_F(BatchRun, ReplySizesAndTooSmallImages) {

@@ -1,4 +1,5 @@
-// SSIM stage: hand-computed values, the blocks that count, and bit-identity with the two-pass reference.
+// SSIM stage: hand-computed values, the blocks that count, and bit-identity with the two-pass
+// reference.
 #include <gtest/gtest.h>
 
 #include <cstring>

@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <csignal>
 #include <filesystem>
+#include <functional>
 
 #include "DumpJournal.h"
 #include "FileCalls.h"
@@ -26,43 +27,30 @@ using iqa_test::kCamera;
 
 namespace {
 
-// What the hook does, and at which of the dump's file calls (counted from 0).
-struct Plan {
-    enum Mode { kCount, kDieAt, kDieInsideWrite, kFailOnce, kFailFrom } mode = kCount;
-    int call = -1;
-    size_t bytes = 0;  // kDieInsideWrite: how much of the write reaches the file
-    int error = 0;
-};
-
-Plan gPlan;
+// What the hook does at the dump's k-th file call (counted from 0): 0 lets the call run, an
+// errno value fails it; it may also shorten a write or end the process.
+using Action = std::function<int(int k, IQA::FileCall call, size_t* count)>;
+Action gAction;
 int gCalls = 0;
-std::vector<std::pair<int, size_t>> gWrites;  // kCount: (call, bytes) of every write
 
 int Hook(IQA::FileCall call, size_t* count) {
-    const int k = gCalls++;
-    switch (gPlan.mode) {
-        case Plan::kCount:
-            if (call == IQA::FileCall::kWrite) {
-                gWrites.push_back({k, *count});
-            }
-            return 0;
-        case Plan::kDieAt:
-            if (k == gPlan.call) {
-                _exit(0);
-            }
-            return 0;
-        case Plan::kDieInsideWrite:
-            if (k > gPlan.call) {  // the write's remainder, or whatever came next
-                _exit(0);
-            }
-            *count = k == gPlan.call ? gPlan.bytes : *count;
-            return 0;
-        case Plan::kFailOnce:
-            return k == gPlan.call ? gPlan.error : 0;
-        case Plan::kFailFrom:
-            return k >= gPlan.call ? gPlan.error : 0;
-    }
-    return 0;
+    return gAction(gCalls++, call, count);
+}
+
+// Ends the process at call `at`: before it, or once `bytes` of its write have reached the file.
+Action Cut(int at, size_t bytes) {
+    return [=](int k, IQA::FileCall, size_t* count) {
+        if (k > at || (k == at && bytes == 0)) {
+            _exit(0);
+        }
+        *count = k == at ? bytes : *count;
+        return 0;
+    };
+}
+
+Action Fail(int at, int error, bool persistent) {
+    return
+        [=](int k, IQA::FileCall, size_t*) { return (persistent ? k >= at : k == at) ? error : 0; };
 }
 
 // Byte counts after which a write of n bytes is cut: every one of the first and last 64, and
@@ -89,10 +77,10 @@ class CutDump : public ::testing::Test {
         withRecord = iqa_ref::WithRecord(original, last, custom, descriptor);
     }
 
-    // Puts the original photo back and dumps into it under the plan, in this process.
-    void Dump(const Plan& plan) {
+    // Puts the original photo back and dumps into it under the action, in this process.
+    void Dump(const Action& action) {
         iqa_test::WriteFile(photo, original);
-        gPlan = plan;
+        gAction = action;
         gCalls = 0;
         IQA::SetFileCallHook(Hook);
         IQA::ImageDumpExpand d = descriptor;
@@ -100,8 +88,8 @@ class CutDump : public ::testing::Test {
         IQA::SetFileCallHook(nullptr);
     }
 
-    // The same in a child process that the plan ends; false if it hangs or ends otherwise.
-    bool DumpInChild(const Plan& plan) {
+    // The same in a child process that the action ends; false if it hangs or ends otherwise.
+    bool DumpInChild(const Action& action) {
         int done[2];
         if (pipe(done) != 0) {
             return false;
@@ -109,7 +97,7 @@ class CutDump : public ::testing::Test {
         const pid_t child = fork();
         if (child == 0) {
             close(done[0]);
-            Dump(plan);
+            Dump(action);
             _exit(0);
         }
         close(done[1]);
@@ -138,6 +126,18 @@ class CutDump : public ::testing::Test {
         return whole && clean && idle && iqa_test::ReadFile(photo) == once;
     }
 
+    // (call, bytes) of every write of an uncut dump.
+    std::vector<std::pair<int, size_t>> CountWrites() {
+        std::vector<std::pair<int, size_t>> writes;
+        Dump([&](int k, IQA::FileCall call, size_t* count) {
+            if (call == IQA::FileCall::kWrite) {
+                writes.push_back({k, *count});
+            }
+            return 0;
+        });
+        return writes;
+    }
+
     iqa_test::ScopedWorkDir work{iqa_test::Storage::kMemory};  // thousands of fsyncs
     iqa_test::LogCapture log;
     const std::string photo = kCamera + "/p.jpg";
@@ -147,29 +147,28 @@ class CutDump : public ::testing::Test {
 };
 
 TEST_F(CutDump, EveryCrashAndEveryErrorIsRecoverable) {
-    gWrites.clear();
-    Dump(Plan{});
+    const std::vector<std::pair<int, size_t>> writes = CountWrites();
     ASSERT_EQ(withRecord, iqa_test::ReadFile(photo)) << "the uncut dump";
     const int calls = gCalls;
     ASSERT_GT(calls, 5);
     int points = 0, torn = 0;
 
-    std::vector<Plan> crashes;
+    std::vector<std::pair<int, size_t>> crashes;  // (call, bytes of it written)
     for (int k = 0; k < calls; ++k) {
-        crashes.push_back(Plan{Plan::kDieAt, k, 0, 0});
+        crashes.push_back({k, 0});
     }
-    for (const auto& [call, bytes] : gWrites) {
+    for (const auto& [call, bytes] : writes) {
         for (size_t b : CutsOf(bytes)) {
-            crashes.push_back(Plan{Plan::kDieInsideWrite, call, b, 0});
+            crashes.push_back({call, b});
         }
     }
-    for (const Plan& plan : crashes) {
-        ASSERT_TRUE(DumpInChild(plan)) << "call " << plan.call << ": the child hung or failed";
+    for (const auto& [call, bytes] : crashes) {
+        ASSERT_TRUE(DumpInChild(Cut(call, bytes)))
+            << "call " << call << ": the child hung or failed";
         ++points;
         if (!RecoverTo(nullptr)) {
             ++torn;
-            ADD_FAILURE() << "torn after a crash at call " << plan.call << " (+" << plan.bytes
-                          << " bytes)";
+            ADD_FAILURE() << "torn after a crash at call " << call << " (+" << bytes << " bytes)";
         }
     }
 
@@ -177,10 +176,10 @@ TEST_F(CutDump, EveryCrashAndEveryErrorIsRecoverable) {
     const std::string pending = "[SaveCustomBuffer]:IqaUpLoad SaveBuffer: Failed to write " +
                                 photo + ", the next recovery completes it.";
     for (int error : {ENOSPC, EIO, EFBIG}) {
-        for (Plan::Mode mode : {Plan::kFailOnce, Plan::kFailFrom}) {
+        for (bool persistent : {false, true}) {
             for (int k = 0; k < calls; ++k) {
                 log.Clear();
-                Dump(Plan{mode, k, 0, error});
+                Dump(Fail(k, error, persistent));
                 ++points;
                 // The dump's last line says how it left the photo.
                 const std::string said = log.Lines().back();
@@ -196,15 +195,13 @@ TEST_F(CutDump, EveryCrashAndEveryErrorIsRecoverable) {
     }
     EXPECT_EQ(0, torn);
     std::cout << crashes.size() << " crash points and " << points - crashes.size()
-              << " error points over " << calls << " file calls and " << gWrites.size()
+              << " error points over " << calls << " file calls and " << writes.size()
               << " writes: " << torn << " torn\n";
 }
 
 TEST_F(CutDump, AStartingWorkerCompletesAnInterruptedDump) {
-    gWrites.clear();
-    Dump(Plan{});
-    const auto [photoWrite, bytes] = gWrites.back();  // the photo's own write comes last
-    ASSERT_TRUE(DumpInChild(Plan{Plan::kDieInsideWrite, photoWrite, bytes / 2, 0}));
+    const auto [photoWrite, bytes] = CountWrites().back();  // the photo's own write comes last
+    ASSERT_TRUE(DumpInChild(Cut(photoWrite, bytes / 2)));
     ASSERT_NE(withRecord, iqa_test::ReadFile(photo));
 
     IQA::IqaTaskManager manager;

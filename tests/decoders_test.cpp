@@ -72,6 +72,8 @@ TEST_F(Decoders, JpegDecodesFullSizeRgbAndGreyscale) {
         segment.resize(2 + 0xFFFF, 0);
         jpeg.insert(jpeg.begin() + 2, segment.begin(), segment.end());
     }
+    // A comment and stray bytes behind the image data, found only by reading on to the end.
+    jpeg.insert(jpeg.end() - 2, {0xFF, 0xFE, 0x00, 0x04, 'h', 'i', 0x12, 0x34});
     Write("c.jpg", jpeg);
     Bytes expected;
     int ew = 0, eh = 0;
@@ -79,7 +81,10 @@ TEST_F(Decoders, JpegDecodesFullSizeRgbAndGreyscale) {
     EXPECT_EQ(64 * 40, Jpeg("c.jpg", 64 * 40 * 3));
     EXPECT_EQ(expected, Bytes(buffer.begin(), buffer.begin() + 64 * 40 * 3));
     EXPECT_EQ(0xCC, buffer[64 * 40 * 3]);
-    EXPECT_TRUE(log.Contains("[JpegDecoder]:output width 64, height 40, components 3\n"));
+    EXPECT_EQ((std::vector<std::string>{
+                  "[JpegDecoder]:output width 64, height 40, components 3\n",
+                  "[JpegDecoder]:Corrupt JPEG data: 2 extraneous bytes before marker 0xd9"}),
+              log.Lines());
 
     // A greyscale photo is expanded to RGB: three equal bytes a pixel, within capacity.
     const Bytes grey = iqa_test::RandomBytes(30 * 20, 10);
