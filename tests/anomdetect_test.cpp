@@ -60,10 +60,12 @@ TEST_F(AnomDetect, GreenAndBlackFramesAreReported) {
     EXPECT_EQ(0, events[0].record.anomType);
     EXPECT_EQ(std::string("g.jpg"), events[0].record.jpegName);
     EXPECT_EQ(1, events[1].record.anomType);
-    EXPECT_EQ((std::vector<std::string>{"[AnomDetect]:with abnormal green screen!",
-                                        "[AnomDetect]:with abnormal black screen!",
-                                        "[AnomDetect]:without anom"}),
-              log.LinesWithTag("IqaDebug-AnomDetect"));
+    EXPECT_EQ(
+        (std::vector<std::string>{
+            "[AnomDetect]:with abnormal green screen!", "[UpLoadBigData]:upload bigdata of g.jpg.",
+            "[AnomDetect]:with abnormal black screen!", "[UpLoadBigData]:upload bigdata of b.jpg.",
+            "[AnomDetect]:without anom"}),
+        log.Lines());
 }
 
 TEST_F(AnomDetect, ThresholdIsMoreThanAQuarterOfTheSampledPixels) {
@@ -103,6 +105,7 @@ TEST_F(AnomDetect, NullBufferAndSmallestFrames) {
                                         "[CheckBlackScreen]:get buffer failed!",
                                         "[AnomDetect]:without anom"}),
               log.Lines());
+    EXPECT_EQ("IqaDebug-AnomDetect", log.Entries().at(0).tag);
     EXPECT_EQ(ANDROID_LOG_ERROR, log.Entries()[0].priority);
     // 0 and 1 pixel wide or high: n = 0, no anomaly; 2 and 3 and odd widths: n >= 1.
     const unsigned sizes[][2] = {{0, 0}, {1, 1}, {0, 9}, {9, 0}, {1, 9}, {9, 1},

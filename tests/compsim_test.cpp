@@ -80,8 +80,9 @@ TEST(CompSim, ProcessImageStoresScoreAndLogs) {
     EXPECT_EQ(1.0, info.ssim);
     EXPECT_EQ((std::vector<std::string>{"[ProcessImage]:begin CalculateRgbSsim",
                                         "[ProcessImage]:ssim result: 1.000000"}),
-              log.LinesWithTag("IqaDebug-CompSim"));
+              log.Lines());
     EXPECT_EQ(ANDROID_LOG_INFO, log.Entries().at(0).priority);
+    EXPECT_EQ("IqaDebug-CompSim", log.Entries().at(0).tag);
 
     info.thumbWidth = 7;  // no whole block: failure
     EXPECT_FALSE(stage.ProcessImage(info));

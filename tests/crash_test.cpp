@@ -48,23 +48,6 @@ Action Cut(int at, size_t bytes) {
     };
 }
 
-Action Fail(int at, int error, bool persistent) {
-    return
-        [=](int k, IQA::FileCall, size_t*) { return (persistent ? k >= at : k == at) ? error : 0; };
-}
-
-// Byte counts after which a write of n bytes is cut: every one of the first and last 64, and
-// every 4 KiB between.
-std::vector<size_t> CutsOf(size_t n) {
-    std::vector<size_t> cuts;
-    for (size_t b = 1; b < n; ++b) {
-        if (b <= 64 || b >= n - 64 || b % 4096 == 0) {
-            cuts.push_back(b);
-        }
-    }
-    return cuts;
-}
-
 class CutDump : public ::testing::Test {
   protected:
     CutDump() {
@@ -157,9 +140,12 @@ TEST_F(CutDump, EveryCrashAndEveryErrorIsRecoverable) {
     for (int k = 0; k < calls; ++k) {
         crashes.push_back({k, 0});
     }
+    // Inside each write: after every one of its first and last 64 bytes, and every 4 KiB between.
     for (const auto& [call, bytes] : writes) {
-        for (size_t b : CutsOf(bytes)) {
-            crashes.push_back({call, b});
+        for (size_t b = 1; b < bytes; ++b) {
+            if (b <= 64 || b >= bytes - 64 || b % 4096 == 0) {
+                crashes.push_back({call, b});
+            }
         }
     }
     for (const auto& [call, bytes] : crashes) {
@@ -179,7 +165,9 @@ TEST_F(CutDump, EveryCrashAndEveryErrorIsRecoverable) {
         for (bool persistent : {false, true}) {
             for (int k = 0; k < calls; ++k) {
                 log.Clear();
-                Dump(Fail(k, error, persistent));
+                Dump([=](int call, IQA::FileCall, size_t*) {
+                    return (persistent ? call >= k : call == k) ? error : 0;
+                });
                 ++points;
                 // The dump's last line says how it left the photo.
                 const std::string said = log.Lines().back();

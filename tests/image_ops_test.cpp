@@ -16,18 +16,9 @@ namespace {
 constexpr unsigned char kGuard = 0xA5;
 
 TEST(DownScale, TwoByTwoBlockMeanRoundsDown) {
-    // 4 x 2 RGB image; the left block's R bytes are 10, 11, 12, 13.
-    Bytes src(4 * 2 * 3, 0);
-    const unsigned char r[] = {10, 11, 12, 13};
-    const int pos[] = {0, 1, 4, 5};
-    for (int i = 0; i < 4; ++i) {
-        src[pos[i] * 3] = r[i];
-        src[pos[i] * 3 + 1] = 255;
-        src[pos[i] * 3 + 2] = static_cast<unsigned char>(i);  // 0+1+2+3 = 6 -> 1
-    }
-    for (int p : {2, 3, 6, 7}) {
-        src[p * 3] = 200;
-    }
+    // 4 x 2 RGB. Left block: R 10, 11, 12, 13 (mean 11.5), G 255, B 0, 1, 2, 3 (mean 1.5).
+    const Bytes src = {10, 255, 0, 11, 255, 1, 200, 0, 0, 200, 0, 0,
+                       12, 255, 2, 13, 255, 3, 200, 0, 0, 200, 0, 0};
     Bytes dst(2 * 3 + 1, kGuard);
     IQA::IqaProcessData().DownScale(src.data(), 4, dst.data(), 2, 1);
     EXPECT_EQ((Bytes{11, 255, 1, 200, 0, 0, kGuard}), dst);
@@ -96,14 +87,6 @@ Bytes Nv12Of(const Bytes& rgb, int width, int height) {
     return out;
 }
 
-Bytes Solid(int width, int height, unsigned char r, unsigned char g, unsigned char b) {
-    Bytes rgb;
-    for (int i = 0; i < width * height; ++i) {
-        rgb.insert(rgb.end(), {r, g, b});
-    }
-    return rgb;
-}
-
 TEST(Nv12, ColourValues) {
     struct Case {
         unsigned char r, g, b, y, u, v;
@@ -111,12 +94,12 @@ TEST(Nv12, ColourValues) {
                  {128, 128, 128, 125, 128, 128}, {0, 255, 0, 144, 54, 35},
                  {0, 0, 255, 40, 239, 110},      {255, 0, 0, 81, 91, 239}};
     for (const Case& c : cases) {
-        EXPECT_EQ((Bytes{c.y, c.y, c.y, c.y, c.u, c.v}), Nv12Of(Solid(2, 2, c.r, c.g, c.b), 2, 2))
+        const Bytes solid = {c.r, c.g, c.b, c.r, c.g, c.b, c.r, c.g, c.b, c.r, c.g, c.b};
+        EXPECT_EQ((Bytes{c.y, c.y, c.y, c.y, c.u, c.v}), Nv12Of(solid, 2, 2))
             << int(c.r) << "," << int(c.g) << "," << int(c.b);
     }
     // Chroma comes from the top-left pixel of the 2 x 2 block only.
-    Bytes rgb = Solid(2, 2, 0, 0, 255);
-    rgb[0] = 255, rgb[1] = 0, rgb[2] = 0;
+    const Bytes rgb = {255, 0, 0, 0, 0, 255, 0, 0, 255, 0, 0, 255};
     EXPECT_EQ((Bytes{81, 40, 40, 40, 91, 239}), Nv12Of(rgb, 2, 2));
 }
 

@@ -135,12 +135,11 @@ TEST_F(PrepareStage, DamagedPhotosDecodeAndLogAsAWholeDecodeDoes) {
     for (const Bytes& file : {cut(0.5), cut(0.97), cut(0.995), hit(0.4), hit(0.98), garbage}) {
         iqa_test::WriteFile(dir.File("d.jpg"), file);
         const auto decoderLines = [&] {
-            std::vector<std::string> lines;
-            for (const std::string& l : log.Lines()) {
-                if (l.rfind("[JpegDecoder]:", 0) == 0) {
-                    lines.push_back(l);
-                }
-            }
+            std::vector<std::string> lines = log.Lines();
+            lines.erase(std::remove_if(
+                            lines.begin(), lines.end(),
+                            [](const std::string& l) { return l.rfind("[JpegDecoder]:", 0) != 0; }),
+                        lines.end());
             return lines;
         };
         log.Clear();

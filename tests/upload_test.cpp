@@ -140,16 +140,13 @@ TEST_F(Dump, WritesOnlyIntoAWholeTrailer) {
         const std::string path = dir.File(std::string(c.name) + ".jpg");
         iqa_test::WriteFile(path, c.bytes);
         log.Clear();
-        Save(std::string(c.name) + ".jpg", payload,
-             Descriptor(static_cast<int32_t>(payload.size()), "Iqa_comparessim"));
-        const std::vector<std::string> lines = log.Lines();
-        const std::string said = lines.back();
+        Save(std::string(c.name) + ".jpg", payload, Descriptor(50, "Iqa_comparessim"));
         const std::string expected[] = {
             "[SaveCustomBuffer]:save custombuffer in " + path + ".",
             "[SaveCustomBuffer]:IqaUpLoad SaveBuffer: damaged trailer, not written: " + path + ".",
             "[SaveCustomBuffer]:IqaUpLoad SaveBuffer: Failed to read file header: " + path + ".",
             "[SaveCustomBuffer]:Resolved path:" + path + " "};
-        EXPECT_EQ(expected[c.outcome], said) << c.name;
+        EXPECT_EQ(expected[c.outcome], log.Lines().back()) << c.name;
         const Bytes result = c.outcome == kWritten
                                  ? iqa_ref::WithRecord(c.bytes, c.bytes.size() - trailer.size(),
                                                        payload, Descriptor(50, "Iqa_comparessim"))
@@ -210,15 +207,16 @@ TEST(BigData, RecordFieldsAndService) {
     }
     IQA::IqaUpLoad().UpLoadBigData("unsent", 0);  // no service: nothing sent, still logged
 
+    // The name is cut to 24 characters and zero-filled; the timestamp is wall-clock milliseconds.
     const auto events = service.Events();
     ASSERT_EQ(2u, events.size());
-    EXPECT_EQ(8, events[0].eventId);
-    EXPECT_EQ(1, events[0].record.anomType);
-    EXPECT_EQ(std::string("abcdefghijklmnopqrstuvwx"), events[0].record.jpegName);
-    EXPECT_EQ(Bytes(25, 0), Bytes(events[1].record.jpegName, events[1].record.jpegName + 25));
-    EXPECT_EQ(0, events[1].record.anomType);
-    const int64_t timestamp = events[0].record.timestamp;  // packed: no reference to it
-    EXPECT_GT(timestamp, 1600000000000LL);                 // wall-clock milliseconds
+    const auto& [first, second] = std::tie(events[0].record, events[1].record);
+    EXPECT_EQ(
+        (std::vector<int>{8, 1, 8, 0}),
+        (std::vector<int>{events[0].eventId, first.anomType, events[1].eventId, second.anomType}));
+    EXPECT_EQ(std::string("abcdefghijklmnopqrstuvwx"), first.jpegName);
+    EXPECT_EQ(Bytes(25, 0), Bytes(second.jpegName, second.jpegName + 25));
+    EXPECT_GT(int64_t{first.timestamp}, 1600000000000LL);
     EXPECT_EQ(
         (std::vector<std::string>{
             "[UpLoadBigData]:upload bigdata of abcdefghijklmnopqrstuvwxyz0123.",

@@ -90,25 +90,11 @@ std::vector<LogEntry> LogCapture::Entries() const {
 }
 
 std::vector<std::string> LogCapture::Lines() const {
-    return LinesWithTag("");
-}
-
-std::vector<std::string> LogCapture::LinesWithTag(const std::string& tag) const {
     std::vector<std::string> lines;
     for (const LogEntry& e : Entries()) {
-        if (tag.empty() || e.tag == tag) {
-            lines.push_back(StripLine(e.message));
-        }
+        lines.push_back(StripLine(e.message));
     }
     return lines;
-}
-
-bool LogCapture::Contains(const std::string& line) const {
-    return Count(line) > 0;
-}
-
-size_t LogCapture::Count(const std::string& line) const {
-    return CountMatches([&](const std::string& l) { return l == line; });
 }
 
 void LogCapture::Clear() {

@@ -29,9 +29,10 @@ class LogCapture {
     // Messages with their "[operation:line]:" prefix replaced by "[operation]:", so that tests
     // do not depend on source lines.
     std::vector<std::string> Lines() const;
-    std::vector<std::string> LinesWithTag(const std::string& tag) const;  // "": every tag
-    bool Contains(const std::string& line) const;
-    size_t Count(const std::string& line) const;
+    bool Contains(const std::string& line) const { return Count(line) > 0; }
+    size_t Count(const std::string& line) const {
+        return CountMatches([&](const std::string& l) { return l == line; });
+    }
     void Clear();
 
     // Blocks until `line` (in Lines() form) has been logged `count` times; fails naming the line
