@@ -87,9 +87,8 @@ void IqaTaskManager::ProcessRequests() {
         Request request{};
         {
             std::unique_lock<std::mutex> lock(queueMutex);
-            const auto deadline = std::chrono::steady_clock::now() + kIdleWait;
-            queueCondition.wait_until(lock, deadline,
-                                      [this] { return !requestQueue.empty() || exitFlag; });
+            queueCondition.wait_for(lock, kIdleWait,
+                                    [this] { return !requestQueue.empty() || exitFlag; });
             if (exitFlag) {
                 ClearQueueLocked();
                 SetTaskList({});
