@@ -85,7 +85,7 @@ TEST_F(AnomDetect, ThresholdIsMoreThanAQuarterOfTheSampledPixels) {
     EXPECT_TRUE(detector.CheckGreenScreen(two.bytes.data(), 2, 5, 2));
 }
 
-TEST_F(AnomDetect, ChromaIsReadPerPairOfColumns) {
+TEST_F(AnomDetect, ChromaIsReadPerPairOfColumnsAndPerPairOfRows) {
     // Luma 0 everywhere; chroma pairs alternate green (0, 0) and grey (128, 128), so the pixels
     // of columns 4i and 4i + 1 match: half of each square, twice the threshold in all. Were odd
     // columns to read the pair that starts at their own byte, only a quarter would match.
@@ -97,6 +97,11 @@ TEST_F(AnomDetect, ChromaIsReadPerPairOfColumns) {
         srand(seed);
         EXPECT_TRUE(detector.CheckGreenScreen(frame.bytes.data(), 16, 16, 16)) << seed;
     }
+    // Only the top chroma row green: only pixels of rows 0 and 1 match, too few for the threshold.
+    Frame top(16, 16, 16, 0, 128);
+    std::fill(top.bytes.begin() + 16 * 16, top.bytes.begin() + 16 * 16 + 16, 0);
+    srand(1);
+    EXPECT_FALSE(detector.CheckGreenScreen(top.bytes.data(), 16, 16, 16));
 }
 
 TEST_F(AnomDetect, NullBufferAndSmallestFrames) {

@@ -163,15 +163,23 @@ TEST_F(Decoders, FailuresAreRecoveredAndSaidExactly) {
     EXPECT_EQ("[ThumbnailDecoder]:output width 0, height 9\n", log.Lines().back());
 
     // A truncated photo still decodes and says so: its end reads as an EOI marker, as in
-    // libjpeg's own sources.
-    Write("truncated", Bytes(jpeg.begin(), jpeg.begin() + static_cast<long>(jpeg.size() / 2)));
+    // libjpeg's own sources. It is larger than one 64 KiB read, so that the marker is not written
+    // over the start of the file's data.
+    const Bytes large =
+        iqa_tools::EncodeJpeg(iqa_test::RandomBytes(512 * 512 * 3, 14), 512, 512, 3, 90);
+    Write("truncated",
+          Bytes(large.begin(), large.begin() + static_cast<long>(large.size() * 3 / 4)));
     log.Clear();
-    EXPECT_EQ(64 * 64, Jpeg("truncated", buffer.size()));
+    EXPECT_EQ(512 * 512, Jpeg("truncated", buffer.size()));
+    EXPECT_EQ(
+        (std::vector<std::string>{"[JpegDecoder]:output width 512, height 512, components 3\n",
+                                  "[JpegDecoder]:Premature end of JPEG file"}),
+        log.Lines());
     EXPECT_EQ(ANDROID_LOG_ERROR, log.Entries().back().priority);
     Bytes expected;
     ASSERT_TRUE(iqa_tools::DecodeJpeg(iqa_test::ReadFile(dir.File("truncated")), &expected, &width,
                                       &height));
-    EXPECT_EQ(expected, Bytes(buffer.begin(), buffer.begin() + 64 * 64 * 3));
+    EXPECT_EQ(expected, Bytes(buffer.begin(), buffer.begin() + 512 * 512 * 3));
     EXPECT_EQ(descriptors, iqa_test::OpenDescriptors()) << "a decoder left a file open";
 }
 

@@ -32,20 +32,18 @@ TEST(DownScale, RejectsZeroSizesAndZeroFillsWhenBlocksAreEmpty) {
     stage.DownScale(src.data(), 0, dst.data(), 2, 2);
     stage.DownScale(src.data(), 4, dst.data(), 0, 2);
     stage.DownScale(src.data(), 4, dst.data(), 2, 0);
+    stage.DownScale(src.data(), 4, dst.data(), -2, 2);  // nothing to produce
+    stage.DownScale(src.data(), 4, dst.data(), 2, -2);
     EXPECT_EQ(Bytes(dst.size(), kGuard), dst);
     EXPECT_EQ(3u, log.Count("[DownScale]:Input error"));
     EXPECT_EQ(ANDROID_LOG_ERROR, log.Entries().at(0).priority);
 
+    stage.DownScale(src.data(), -4, dst.data(), 2, 2);  // negative source: k < 1
+    EXPECT_EQ(Bytes(12, 0), Bytes(dst.begin(), dst.begin() + 12));
+    EXPECT_EQ(kGuard, dst[12]);
     stage.DownScale(src.data(), 2, dst.data(), 4, 2);  // k = 0
     EXPECT_EQ(Bytes(4 * 2 * 3, 0), Bytes(dst.begin(), dst.begin() + 24));
     EXPECT_EQ(kGuard, dst[24]);
-    std::fill(dst.begin(), dst.end(), kGuard);
-    stage.DownScale(src.data(), -4, dst.data(), 2, 2);  // negative source: k < 1
-    EXPECT_EQ(Bytes(12, 0), Bytes(dst.begin(), dst.begin() + 12));
-    std::fill(dst.begin(), dst.end(), kGuard);
-    stage.DownScale(src.data(), 4, dst.data(), -2, 2);  // nothing to produce
-    stage.DownScale(src.data(), 4, dst.data(), 2, -2);
-    EXPECT_EQ(Bytes(dst.size(), kGuard), dst);
 }
 
 TEST(DownScale, BoundedFormTreatsMissingRowsAsZero) {

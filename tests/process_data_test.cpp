@@ -4,6 +4,7 @@
 #include "CameraFiles.h"
 #include "IqaProcessData.h"
 #include "LogCapture.h"
+#include "ReducingRowSink.h"
 #include "SceneGenerator.h"
 #include "TestFiles.h"
 #include "WrittenExtent.h"
@@ -200,11 +201,22 @@ TEST_F(PrepareStage, DecodeFailures) {
     log.Clear();
     IqaImageInfo missing =
         Record("t.thumbnail", IQA::DECODER_THUMBNAIL, "none.jpg", IQA::DECODER_JPEG);
+    missing.jpegWidth = missing.jpegHeight = 8;  // sizes left from elsewhere prove nothing
     EXPECT_FALSE(stage.ProcessImage(missing));
     EXPECT_EQ("[ProcessImage]:Decoder failed", log.Lines().back());
     EXPECT_EQ(ANDROID_LOG_ERROR, log.Entries().back().priority);
     EXPECT_EQ(16, missing.thumbWidth);  // the first image stays decoded
-    EXPECT_EQ(0, missing.jpegWidth);
+}
+
+// A photo with more pixels than the thumbnail is decoded only where the reduction reads (k = 10:
+// 640 of 700 columns, 120 of 131 rows); one with no more is decoded whole.
+TEST(ReducingRowSink, PlansOnlyTheColumnsAndRowsTheReductionReads) {
+    Bytes out(64 * 12 * 3), plain(700 * 131 * 3);
+    const IQA::RowRegion reduced =
+        IQA::ReducingRowSink(out.data(), 64, 12, plain.data()).Plan(700, 131);
+    const IQA::RowRegion whole = IQA::ReducingRowSink(out.data(), 64, 12, plain.data()).Plan(96, 8);
+    EXPECT_EQ((std::vector<uint32_t>{640, 120, 96, 8}),
+              (std::vector<uint32_t>{reduced.columns, reduced.rows, whole.columns, whole.rows}));
 }
 
 }  // namespace
