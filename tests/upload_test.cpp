@@ -102,7 +102,8 @@ TEST_F(Dump, WritesOnlyIntoAWholeTrailer) {
     const auto jpeg = [&](const iqa_tools::JpegOptions& o) {
         return iqa_tools::EncodeJpeg(rgb, 40, 24, 3, 85, o);
     };
-    const Bytes trailer = iqa_tools::Trailer({{"CAMREC", payload}}, other);
+    const Bytes record(70000, 1);  // a length of 64 KiB or more: all four bytes count
+    const Bytes trailer = iqa_tools::Trailer({{"CAMREC", record}}, other);
     const Bytes photo = Concat({jpeg({}), trailer});
     Bytes flipped = photo;  // the record's length points into the JPEG's entropy-coded data
     flipped[flipped.size() - 24 - other.size() - 12] ^= 0x40;
@@ -111,7 +112,7 @@ TEST_F(Dump, WritesOnlyIntoAWholeTrailer) {
     Bytes huge = Concat({image, trailer});
     std::memset(&huge[huge.size() - 24], 0xFF, 4);  // A = 2^32 - 1: no wrap into the file
     Bytes pastStart = Concat({image, trailer});
-    pastStart[image.size() + payload.size() + 3] = 0x7F;  // payload length far past the start
+    pastStart[image.size() + record.size() + 3] = 0x7F;  // payload length far past the start
     const Bytes noEnd(photo.begin(), photo.end() - static_cast<long>(trailer.size()) - 2);
 
     enum Outcome { kWritten, kDamaged, kNoHeader, kSilent };
