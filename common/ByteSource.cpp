@@ -44,7 +44,8 @@ bool FileSource::Read(uint64_t offset, unsigned char* out, size_t count) {
             return false;
         }
     }
-    std::memcpy(out, window_.data() + (offset - windowStart_), count);
+    // copy_n, not memcpy: a read of nothing before the first window has no source to name.
+    std::copy_n(window_.begin() + static_cast<std::ptrdiff_t>(offset - windowStart_), count, out);
     return true;
 }
 
