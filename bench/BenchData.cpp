@@ -122,17 +122,24 @@ void CameraRoot::Restock() const {
     }
 }
 
-void FloorDecode(const std::string& path, Bytes* destination) {
-    FILE* file = fopen(path.c_str(), "rb");
+void FloorDecode(const std::string& path, FloorSource source, FloorBuffers* buffers) {
+    FILE* file = nullptr;
     jpeg_decompress_struct cinfo;
     jpeg_error_mgr errors;
     cinfo.err = jpeg_std_error(&errors);
     jpeg_create_decompress(&cinfo);
-    jpeg_stdio_src(&cinfo, file);
+    if (source == FloorSource::kStdio) {
+        file = fopen(path.c_str(), "rb");
+        jpeg_stdio_src(&cinfo, file);
+    } else {
+        iqa_tools::ReadWholeFile(path, &buffers->file);
+        jpeg_mem_src(&cinfo, buffers->file.data(), buffers->file.size());
+    }
     jpeg_read_header(&cinfo, TRUE);
     cinfo.out_color_space = JCS_RGB;
     jpeg_start_decompress(&cinfo);
     const size_t stride = static_cast<size_t>(cinfo.output_width) * 3;
+    Bytes* destination = &buffers->pixels;
     destination->resize(stride * cinfo.output_height, 1);
     JSAMPROW rows[32];
     while (cinfo.output_scanline < cinfo.output_height) {
@@ -145,7 +152,9 @@ void FloorDecode(const std::string& path, Bytes* destination) {
     }
     jpeg_finish_decompress(&cinfo);
     jpeg_destroy_decompress(&cinfo);
-    fclose(file);
+    if (file != nullptr) {
+        fclose(file);
+    }
 }
 
 }  // namespace iqa_bench

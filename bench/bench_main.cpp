@@ -1,6 +1,11 @@
-// The kernel, decoder and stage benchmarks, with the library's log silenced.
+// The kernel, decoder and stage benchmarks, with the library's log silenced; the generated
+// inputs are removed at the end, since they live in memory when the system has /dev/shm.
 #include <android/log.h>
 #include <benchmark/benchmark.h>
+
+#include <filesystem>
+
+#include "BenchData.h"
 
 namespace {
 
@@ -13,5 +18,6 @@ int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
+    std::filesystem::remove_all(iqa_bench::WorkDir());
     return 0;
 }

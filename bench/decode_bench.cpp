@@ -11,11 +11,11 @@ namespace {
 constexpr unsigned long long kCapacity = 64000000;
 
 void BM_FloorJpegDecode(benchmark::State& state) {
-    Bytes destination;
-    FloorDecode(PhotoJpegPath(Photos()[0]), &destination);  // faults the destination in
+    FloorBuffers buffers;
+    FloorDecode(PhotoJpegPath(Photos()[0]), FloorSource::kMemory, &buffers);  // faults them in
     for (auto _ : state) {
-        FloorDecode(PhotoJpegPath(Photos()[0]), &destination);
-        benchmark::DoNotOptimize(destination.data());
+        FloorDecode(PhotoJpegPath(Photos()[0]), FloorSource::kMemory, &buffers);
+        benchmark::DoNotOptimize(buffers.pixels.data());
     }
 }
 BENCHMARK(BM_FloorJpegDecode)->Unit(benchmark::kMillisecond);

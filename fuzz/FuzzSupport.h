@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -34,10 +35,13 @@ inline void CaptureLog() {
     __android_log_set_logger(Keep);
 }
 
-// A file of this process under the temporary folder, rewritten for every input.
+// A file of this process under the temporary folder, rewritten for every input and removed when
+// the fuzzer exits (registered after the path is made, so it runs while the path still exists).
 inline const std::string& ScratchPath() {
     static const std::string path =
         std::string(P_tmpdir) + "/iqa_fuzz_" + std::to_string(getpid()) + ".bin";
+    static const int removal = std::atexit([] { unlink(ScratchPath().c_str()); });
+    (void)removal;
     return path;
 }
 
