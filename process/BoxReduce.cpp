@@ -214,6 +214,12 @@ void ReduceRowWide(const unsigned char* first, size_t stride, int64_t rows, int 
 
 void BoxReduce(const unsigned char* src, int srcWidth, int64_t srcRows, unsigned char* dst,
                int dstWidth, int dstHeight) {
+    BoxReduceRows(src, srcWidth, static_cast<size_t>(srcWidth) * kChannels, srcRows, dst, dstWidth,
+                  dstHeight);
+}
+
+void BoxReduceRows(const unsigned char* src, int srcWidth, size_t stride, int64_t srcRows,
+                   unsigned char* dst, int dstWidth, int dstHeight) {
     if (dstWidth < 1 || dstHeight < 1) {
         return;
     }
@@ -223,7 +229,6 @@ void BoxReduce(const unsigned char* src, int srcWidth, int64_t srcRows, unsigned
         std::memset(dst, 0, rowBytes * static_cast<size_t>(dstHeight));
         return;
     }
-    const size_t stride = static_cast<size_t>(srcWidth) * kChannels;
     for (int y = 0; y < dstHeight; ++y) {
         const int64_t firstRow = static_cast<int64_t>(y) * k;
         const int64_t rows = std::max<int64_t>(0, std::min<int64_t>(k, srcRows - firstRow));

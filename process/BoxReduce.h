@@ -2,6 +2,7 @@
 #ifndef IQA_PROCESS_BOX_REDUCE_H
 #define IQA_PROCESS_BOX_REDUCE_H
 
+#include <cstddef>
 #include <cstdint>
 
 namespace IQA {
@@ -16,6 +17,10 @@ constexpr int64_t kUnboundedRows = INT64_MAX;
 // rejected zero sizes.
 void BoxReduce(const unsigned char* src, int srcWidth, int64_t srcRows, unsigned char* dst,
                int dstWidth, int dstHeight);
+
+// BoxReduce over source rows that lie srcStride bytes apart (at least srcWidth * 3).
+void BoxReduceRows(const unsigned char* src, int srcWidth, size_t srcStride, int64_t srcRows,
+                   unsigned char* dst, int dstWidth, int dstHeight);
 
 }  // namespace IQA
 

@@ -17,6 +17,17 @@ constexpr int kChannels = 3;
 // Rows a strip holds at least: about what libjpeg gives in one call (an iMCU row of a 4:2:0
 // photo is 16 rows); for a 4000-pixel photo the strip stays within L2.
 constexpr uint32_t kStripRows = 16;
+// libjpeg's x86 colour converters write a row that starts on a 16- or 32-byte boundary with
+// non-temporal stores, which send it past the caches to memory, just before the reduction reads
+// it back. Strip rows therefore start 8 bytes past a 16-byte boundary (malloc gives 16-byte
+// alignment, and the row pitch is a multiple of 16), so they are written into the cache.
+constexpr size_t kPitchAlign = 16;
+constexpr size_t kRowShift = 8;
+
+size_t RowPitch(uint32_t pixels) {
+    const size_t bytes = static_cast<size_t>(pixels) * kChannels;
+    return (bytes + kPitchAlign - 1) / kPitchAlign * kPitchAlign;
+}
 }  // namespace
 
 ReducingRowSink::ReducingRowSink(unsigned char* out, int dstWidth, int dstHeight,
@@ -32,13 +43,12 @@ RowRegion ReducingRowSink::Plan(uint32_t width, uint32_t height) {
     }
     k_ = width / static_cast<uint32_t>(dstWidth_);
     stripRows_ = k_ * ((kStripRows + k_ - 1) / k_);
-    const size_t widest = static_cast<size_t>(width) * kChannels;
-    stripBlock_ = std::make_unique<MallocBlock>(widest * stripRows_);
-    spillBlock_ = std::make_unique<MallocBlock>(widest);
+    stripBlock_ = std::make_unique<MallocBlock>(RowPitch(width) * stripRows_ + kRowShift);
+    spillBlock_ = std::make_unique<MallocBlock>(static_cast<size_t>(width) * kChannels);
     if (!*stripBlock_ || !*spillBlock_) {
         return plain_.Plan(width, height);
     }
-    strip_ = stripBlock_->get();
+    strip_ = stripBlock_->get() + kRowShift;
     srcHeight_ = height;
     const uint64_t used = static_cast<uint64_t>(k_) * static_cast<uint64_t>(dstHeight_);
     return {k_ * static_cast<uint32_t>(dstWidth_),
@@ -50,7 +60,7 @@ void ReducingRowSink::Begin(uint32_t rowPixels) {
         return plain_.Begin(rowPixels);
     }
     rowPixels_ = rowPixels;
-    rowBytes_ = static_cast<size_t>(rowPixels) * kChannels;
+    rowPitch_ = RowPitch(rowPixels);
     IQA_CHECK_COPY_AS(
         kTagProcessData, "JpegDecoder",
         WrittenExtent::Rewrite(
@@ -70,7 +80,7 @@ uint32_t ReducingRowSink::Place(uint32_t first, uint32_t count, unsigned char** 
     const uint32_t n =
         static_cast<uint32_t>(std::min<uint64_t>({count, stripRows_ - inStrip, used - first}));
     for (uint32_t i = 0; i < n; ++i) {
-        rows[i] = strip_ + rowBytes_ * (inStrip + i);
+        rows[i] = strip_ + rowPitch_ * (inStrip + i);
     }
     return n;
 }
@@ -105,7 +115,8 @@ void ReducingRowSink::ReduceBlock(uint32_t block, uint32_t rows) {
     const size_t stripRow = (static_cast<size_t>(block) * k_) % stripRows_;
     unsigned char* row =
         out_ + static_cast<size_t>(block) * static_cast<size_t>(dstWidth_) * kChannels;
-    BoxReduce(strip_ + rowBytes_ * stripRow, static_cast<int>(rowPixels_), rows, row, dstWidth_, 1);
+    BoxReduceRows(strip_ + rowPitch_ * stripRow, static_cast<int>(rowPixels_), rowPitch_, rows, row,
+                  dstWidth_, 1);
 }
 
 }  // namespace IQA

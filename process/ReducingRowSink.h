@@ -41,7 +41,7 @@ class ReducingRowSink : public JpegRowSink {
     uint32_t k_{};
     uint32_t stripRows_{};
     uint32_t rowPixels_{};
-    size_t rowBytes_{};
+    size_t rowPitch_{};  // bytes from one strip row to the next
 };
 
 }  // namespace IQA

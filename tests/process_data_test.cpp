@@ -209,14 +209,22 @@ TEST_F(PrepareStage, DecodeFailures) {
 }
 
 // A photo with more pixels than the thumbnail is decoded only where the reduction reads (k = 10:
-// 640 of 700 columns, 120 of 131 rows); one with no more is decoded whole.
+// 640 of 700 columns, 120 of 131 rows); one with no more is decoded whole. Strip rows never start
+// on a 16-byte boundary (libjpeg would stream those past the cache) and never overlap.
 TEST(ReducingRowSink, PlansOnlyTheColumnsAndRowsTheReductionReads) {
     Bytes out(64 * 12 * 3), plain(700 * 131 * 3);
-    const IQA::RowRegion reduced =
-        IQA::ReducingRowSink(out.data(), 64, 12, plain.data()).Plan(700, 131);
+    IQA::ReducingRowSink sink(out.data(), 64, 12, plain.data());
+    const IQA::RowRegion reduced = sink.Plan(700, 131);
     const IQA::RowRegion whole = IQA::ReducingRowSink(out.data(), 64, 12, plain.data()).Plan(96, 8);
     EXPECT_EQ((std::vector<uint32_t>{640, 120, 96, 8}),
               (std::vector<uint32_t>{reduced.columns, reduced.rows, whole.columns, whole.rows}));
+    sink.Begin(657);
+    unsigned char* rows[16];
+    ASSERT_EQ(sink.Place(0, 16, rows), 16u);
+    for (int i = 0; i < 16; ++i) {
+        EXPECT_EQ(reinterpret_cast<uintptr_t>(rows[i]) % 16, 8u) << "row " << i;
+        EXPECT_GE(i == 0 ? size_t{657 * 3} : static_cast<size_t>(rows[i] - rows[i - 1]), 657u * 3);
+    }
 }
 
 }  // namespace
