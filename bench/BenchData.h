@@ -47,9 +47,10 @@ class CameraRoot {
     std::string thumbnail_;
 };
 
-// Where the floor's decoder reads the file from. kMemory reads the whole file with one call and
-// decodes from memory, the fastest way libjpeg takes its input (the library's own 64 KiB reads
-// match it); kStdio is libjpeg's stdio reader, 4 KiB a call, about 5 % slower.
+// Where the floor's decoder reads the file from: kMemory reads the whole file with one call and
+// decodes from memory, kStdio is libjpeg's stdio reader, 4 KiB a call. Which is faster depends on
+// the machine and even on the process (the same decode can differ by a quarter with where
+// libjpeg's own buffers land), so iqa_ratio times both and takes the faster as the floor.
 enum class FloorSource { kMemory, kStdio };
 
 // What a floor decode reuses from one call to the next, so that no call faults memory in.
