@@ -122,7 +122,11 @@ void CameraRoot::Restock() const {
     }
 }
 
-void FloorDecode(const std::string& path, FloorSource source, FloorBuffers* buffers) {
+namespace {
+
+// Opens the photo through `source` and decompresses it to RGB; `rows` reads the scanlines.
+template <typename ReadRows>
+void Decompress(const std::string& path, FloorSource source, FloorBuffers* buffers, ReadRows rows) {
     FILE* file = nullptr;
     jpeg_decompress_struct cinfo;
     jpeg_error_mgr errors;
@@ -138,23 +142,62 @@ void FloorDecode(const std::string& path, FloorSource source, FloorBuffers* buff
     jpeg_read_header(&cinfo, TRUE);
     cinfo.out_color_space = JCS_RGB;
     jpeg_start_decompress(&cinfo);
-    const size_t stride = static_cast<size_t>(cinfo.output_width) * 3;
-    Bytes* destination = &buffers->pixels;
-    destination->resize(stride * cinfo.output_height, 1);
-    JSAMPROW rows[32];
-    while (cinfo.output_scanline < cinfo.output_height) {
-        const JDIMENSION first = cinfo.output_scanline;
-        const JDIMENSION count = std::min<JDIMENSION>(32, cinfo.output_height - first);
-        for (JDIMENSION i = 0; i < count; ++i) {
-            rows[i] = destination->data() + stride * (first + i);
-        }
-        jpeg_read_scanlines(&cinfo, rows, count);
-    }
+    rows(cinfo);
     jpeg_finish_decompress(&cinfo);
     jpeg_destroy_decompress(&cinfo);
     if (file != nullptr) {
         fclose(file);
     }
+}
+
+}  // namespace
+
+void FloorDecode(const std::string& path, FloorSource source, FloorBuffers* buffers) {
+    Decompress(path, source, buffers, [&](jpeg_decompress_struct& cinfo) {
+        const size_t stride = static_cast<size_t>(cinfo.output_width) * 3;
+        Bytes* destination = &buffers->pixels;
+        destination->resize(stride * cinfo.output_height, 1);
+        JSAMPROW rows[32];
+        while (cinfo.output_scanline < cinfo.output_height) {
+            const JDIMENSION first = cinfo.output_scanline;
+            const JDIMENSION count = std::min<JDIMENSION>(32, cinfo.output_height - first);
+            for (JDIMENSION i = 0; i < count; ++i) {
+                rows[i] = destination->data() + stride * (first + i);
+            }
+            jpeg_read_scanlines(&cinfo, rows, count);
+        }
+    });
+}
+
+void RegionDecode(const std::string& path, FloorSource source, int width, int height,
+                  FloorBuffers* buffers) {
+    constexpr JDIMENSION kStripRows = 32;
+    Decompress(path, source, buffers, [&](jpeg_decompress_struct& cinfo) {
+        // One iMCU column more, as the library needs for identical pixels at the region's edge.
+        JDIMENSION left = 0;
+        JDIMENSION columns = static_cast<JDIMENSION>(width + cinfo.max_h_samp_factor * DCTSIZE);
+        if (columns < cinfo.output_width) {
+            jpeg_crop_scanline(&cinfo, &left, &columns);
+        }
+        const size_t pitch = (static_cast<size_t>(cinfo.output_width) * 3 + 15) / 16 * 16;
+        Bytes* strip = &buffers->strip;
+        strip->resize(pitch * kStripRows + 8, 1);
+        const JDIMENSION last = std::min(cinfo.output_height, static_cast<JDIMENSION>(height));
+        JSAMPROW rows[kStripRows];
+        for (JDIMENSION i = 0; i < kStripRows; ++i) {
+            rows[i] = strip->data() + 8 + pitch * i;  // off 16 bytes: written into the cache
+        }
+        while (cinfo.output_scanline < last) {
+            jpeg_read_scanlines(&cinfo, rows, std::min(kStripRows, last - cinfo.output_scanline));
+        }
+        // Skipping to the very end would leave the rows before it undecoded: the last is read.
+        if (cinfo.output_scanline + 1 < cinfo.output_height) {
+            jpeg_skip_scanlines(&cinfo, cinfo.output_height - 1 - cinfo.output_scanline);
+        }
+        while (cinfo.output_scanline < cinfo.output_height) {
+            jpeg_read_scanlines(&cinfo, rows, 1);
+        }
+    });
 }
 
 }  // namespace iqa_bench

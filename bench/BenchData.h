@@ -57,11 +57,19 @@ enum class FloorSource { kMemory, kStdio };
 struct FloorBuffers {
     Bytes file;
     Bytes pixels;
+    Bytes strip;  // the region decode's own, so that neither decode resizes the other's
 };
 
 // The floor: a bare libjpeg decode of every row of the file into a full-size buffer, 32 rows a
 // call, with the settings that give the library's pixels.
 void FloorDecode(const std::string& path, FloorSource source, FloorBuffers* buffers);
+
+// The least a batch run can cost, whatever the library does: libjpeg decoding only the columns
+// [0, width) and rows [0, height) its box reduction reads (the columns widened to whole iMCUs, the
+// rows below skipped as the library skips them), batch after batch into one small strip whose
+// rows start off a 16-byte boundary, so that libjpeg writes them into the cache.
+void RegionDecode(const std::string& path, FloorSource source, int width, int height,
+                  FloorBuffers* buffers);
 
 }  // namespace iqa_bench
 

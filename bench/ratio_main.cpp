@@ -1,8 +1,10 @@
 // iqa_ratio: the batch run's cost per photo against the floor (a bare libjpeg decode of the same
 // photo), measured side by side: the floor and every thumbnail size take turns within each round,
 // so a busy moment of the machine falls on all of them alike. Prints one line per pair that a
-// script can read, "ratio <thumbnail WxH> <photo WxH> <batch ms> <floor ms> <ratio>", then the
-// memory a run adds at its peak and the reply's cost.
+// script can read, "ratio <thumbnail WxH> <photo WxH> <batch ms> <floor ms> <ratio>"; then per
+// pair the bound, "bound <thumbnail WxH> <photo WxH> <region ms> <floor ms> <ratio>": libjpeg
+// decoding only the region the reduction reads, the least a batch run can cost on this machine
+// whatever the library does; then the memory a run adds at its peak and the reply's cost.
 #include <android/log.h>
 #include <unistd.h>
 
@@ -113,7 +115,14 @@ void Measure(const Photo& photo, int rounds) {
     const auto decodeFloor = [&](FloorSource source) {
         return Milliseconds([&] { iqa_bench::FloorDecode(jpeg, source, &floorBuffers); });
     };
-    // The floor through both readers, then the batch runs.
+    const auto decodeRegion = [&](FloorSource source, const int* thumbnail) {
+        const int k = photo.width / thumbnail[0];
+        const int rows = std::min(photo.height, k * thumbnail[1]);
+        return Milliseconds(
+            [&] { iqa_bench::RegionDecode(jpeg, source, k * thumbnail[0], rows, &floorBuffers); });
+    };
+    // The floor through both readers; per thumbnail size the batch run, then its region decode
+    // through both readers.
     std::vector<std::function<double()>> variants = {
         [&] { return decodeFloor(FloorSource::kMemory); },
         [&] { return decodeFloor(FloorSource::kStdio); }};
@@ -122,6 +131,8 @@ void Measure(const Photo& photo, int rounds) {
         roots.push_back(std::make_unique<CameraRoot>(photo, t[0], t[1]));
         const CameraRoot& root = *roots.back();
         variants.push_back([&] { return BatchRunPerPhoto(manager, root); });
+        variants.push_back([&, t] { return decodeRegion(FloorSource::kMemory, t); });
+        variants.push_back([&, t] { return decodeRegion(FloorSource::kStdio, t); });
     }
     std::vector<std::vector<double>> times(variants.size());
     for (int round = -1; round < rounds; ++round) {  // round -1 warms caches up and is dropped
@@ -137,9 +148,14 @@ void Measure(const Photo& photo, int rounds) {
     const double floorMs = std::min(memoryMs, stdioMs);
     const std::string size = std::to_string(photo.width) + "x" + std::to_string(photo.height);
     for (size_t t = 0; t < roots.size(); ++t) {
-        const double batch = Median(times[t + 2]);
+        const double batch = Median(times[2 + 3 * t]);
         printf("ratio %dx%d %s %.2f %.2f %.3f\n", kThumbnails[t][0], kThumbnails[t][1],
                size.c_str(), batch, floorMs, batch / floorMs);
+    }
+    for (size_t t = 0; t < roots.size(); ++t) {
+        const double region = std::min(Median(times[3 + 3 * t]), Median(times[4 + 3 * t]));
+        printf("bound %dx%d %s %.2f %.2f %.3f\n", kThumbnails[t][0], kThumbnails[t][1],
+               size.c_str(), region, floorMs, region / floorMs);
     }
     printf("floor %s from memory %.2f ms, through stdio %.2f ms: the faster is the floor\n",
            size.c_str(), memoryMs, stdioMs);
