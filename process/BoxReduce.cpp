@@ -218,7 +218,7 @@ void BoxReduce(const unsigned char* src, int srcWidth, int64_t srcRows, unsigned
                   dstHeight);
 }
 
-void BoxReduceRows(const unsigned char* src, int srcWidth, size_t stride, int64_t srcRows,
+void BoxReduceRows(const unsigned char* src, int srcWidth, size_t srcStride, int64_t srcRows,
                    unsigned char* dst, int dstWidth, int dstHeight) {
     if (dstWidth < 1 || dstHeight < 1) {
         return;
@@ -237,11 +237,11 @@ void BoxReduceRows(const unsigned char* src, int srcWidth, size_t stride, int64_
             std::memset(out, 0, rowBytes);
             continue;
         }
-        const unsigned char* first = src + stride * static_cast<size_t>(firstRow);
+        const unsigned char* first = src + srcStride * static_cast<size_t>(firstRow);
         if (k <= kMaxNarrowSide) {
-            ReduceRowNarrow(first, stride, rows, k, out, dstWidth);
+            ReduceRowNarrow(first, srcStride, rows, k, out, dstWidth);
         } else {
-            ReduceRowWide(first, stride, rows, k, out, dstWidth);
+            ReduceRowWide(first, srcStride, rows, k, out, dstWidth);
         }
     }
 }
