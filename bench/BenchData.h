@@ -65,9 +65,9 @@ struct FloorBuffers {
 void FloorDecode(const std::string& path, FloorSource source, FloorBuffers* buffers);
 
 // The least a batch run can cost, whatever the library does: libjpeg decoding only the columns
-// [0, width) and rows [0, height) its box reduction reads (the columns widened to whole iMCUs, the
-// rows below skipped as the library skips them), batch after batch into one small strip whose
-// rows start off a 16-byte boundary, so that libjpeg writes them into the cache.
+// [0, width) and rows [0, height) its box reduction reads, cropped and skipped as the library
+// does it, batch after batch into one small strip whose rows start off a 16-byte boundary, so
+// that libjpeg writes them into the cache.
 void RegionDecode(const std::string& path, FloorSource source, int width, int height,
                   FloorBuffers* buffers);
 
