@@ -12,7 +12,7 @@ add_library(iqa_core STATIC
   common/IqaLog.cpp
   common/FileCalls.cpp
   common/ByteSource.cpp
-  upload/JpegStream.cpp
+  common/JpegStream.cpp
   upload/PhotoTrailer.cpp
   upload/DumpJournal.cpp
   process/BoxReduce.cpp

@@ -1,4 +1,4 @@
-// The marker walk that finds the end of a JPEG stream.
+// The marker walks over a JPEG stream: to its end, and through one scan's data.
 #include "JpegStream.h"
 
 #include <algorithm>
@@ -30,7 +30,7 @@ class Cursor {
         *byte = chunk_[position_++ - chunkStart_];
         return true;
     }
-    // Back to a position already passed (still inside the source).
+    // To any position; the next read loads the chunk that holds it.
     void Seek(uint64_t position) { position_ = position; }
     bool Skip(uint64_t count) {
         if (count > source_.Size() - position_) {
@@ -125,6 +125,27 @@ bool SkipEntropyData(Cursor& cursor) {
 }
 
 }  // namespace
+
+bool ScanEndsAtEoi(ByteSource& source, uint64_t scanStart, unsigned restartInterval,
+                   uint64_t mcus) {
+    // The encoder writes a marker between two intervals, none after the last one.
+    const uint64_t restarts = restartInterval == 0 || mcus == 0 ? 0 : (mcus - 1) / restartInterval;
+    Cursor cursor(source);
+    cursor.Seek(scanStart);
+    uint64_t seen = 0;
+    unsigned char code = 0;
+    while (NextMarker(cursor, &code)) {
+        if (code == kStuffed) {
+            continue;
+        }
+        if (seen < restarts && code == kRst0 + seen % 8) {
+            ++seen;
+            continue;
+        }
+        return code == kEoi && seen == restarts;
+    }
+    return false;
+}
 
 JpegEnd FindJpegEnd(ByteSource& source, uint64_t* end) {
     unsigned char start[2] = {};
