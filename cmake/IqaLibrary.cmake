@@ -34,7 +34,7 @@ add_library(iqa_objects OBJECT
   process/JpegDecoder.cpp
   process/JpegFileSource.cpp
   process/Nv12.cpp
-  process/WrittenExtent.cpp
+  process/RunBuffer.cpp
   process/ReducingRowSink.cpp
   taskmanager/IqaTaskManager.cpp
   taskmanager/TaskRegistry.cpp

@@ -5,6 +5,7 @@
 #define IQA_PROCESS_BLOCK_SSIM_H
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 
 namespace IQA {
@@ -14,6 +15,16 @@ constexpr int kSsimBlock = 8;
 struct BlockSums {
     uint32_t a = 0, b = 0, aa = 0, bb = 0, ab = 0;
 };
+
+// Bytes [0, n) of each plane that the block SSIM of width x height planes reads: up to the last
+// byte of its last whole block; none when there is no whole block.
+inline size_t BlockSsimReach(int width, int height) {
+    const int64_t blocksX = width / kSsimBlock, blocksY = height / kSsimBlock;
+    if (blocksX < 1 || blocksY < 1) {
+        return 0;
+    }
+    return static_cast<size_t>((blocksY * kSsimBlock - 1) * width + blocksX * kSsimBlock);
+}
 
 // Blocks of one band summed per pass.
 constexpr int kBandBlocks = 64;

@@ -8,44 +8,49 @@
 #include "JpegFile.h"
 #include "MallocBlock.h"
 #include "Nv12.h"
+#include "Preparation.h"
 #include "ReducingRowSink.h"
 #include "SafeCopy.h"
-#include "WrittenExtent.h"
+#include "ThumbnailFile.h"
 
 namespace IQA {
 
 namespace {
 
-// One decoded image of the record, seen through references to its fields.
+constexpr const char* kOperation = "ProcessImage";
+
+// One decoded image of the record, seen through references to its fields, and the run's view of
+// its buffer (null for a host's).
 struct ImageView {
     const std::string& path;
     unsigned char* buffer;
     int& width;
     int& height;
+    RunBuffer* run;
 };
 
 // Decoder's dispatch; a JPEG's rows go to `sink` when one is given, else to the buffer.
-long long Dispatch(IqaProcessData& stage, const DecoderInfo& info, unsigned char* buffer,
+long long Dispatch(const DecoderInfo& info, unsigned char* buffer, RunBuffer* run,
                    JpegRowSink* sink, int* width, int* height) {
     IQA_LOG_OP(ANDROID_LOG_INFO, kTagProcessData, "Decoder", "begin decoder");
     switch (info.decoderType) {
-        case DECODER_JPEG:
-            return sink != nullptr
-                       ? DecodeJpegFile(info.path.c_str(), info.bufferSize, *sink, width, height)
-                       : stage.JpegDecoder(info.path.c_str(), buffer, info.bufferSize, width,
-                                           height);
+        case DECODER_JPEG: {
+            BufferRowSink plain(buffer, run);
+            return DecodeJpegFile(info.path.c_str(), info.bufferSize,
+                                  sink != nullptr ? *sink : plain, width, height);
+        }
         case DECODER_THUMBNAIL:
-            return stage.ThumbnailDecoder(info.path.c_str(), buffer, info.bufferSize, width,
-                                          height);
+            return DecodeThumbnailFile(info.path.c_str(), buffer, info.bufferSize, run, width,
+                                       height);
         default:
             return 0;
     }
 }
 
-bool DecodeInto(IqaProcessData& stage, const IqaImageInfo& info, const ImageView& image,
-                int decoderType, JpegRowSink* sink) {
-    const long long count = Dispatch(stage, DecoderInfo{image.path, info.bufferSize, decoderType},
-                                     image.buffer, sink, &image.width, &image.height);
+bool DecodeInto(const IqaImageInfo& info, const ImageView& image, int decoderType,
+                JpegRowSink* sink) {
+    const long long count = Dispatch(DecoderInfo{image.path, info.bufferSize, decoderType},
+                                     image.buffer, image.run, sink, &image.width, &image.height);
     return count >= 1 && image.width >= 1 && image.height >= 1;
 }
 
@@ -57,41 +62,37 @@ size_t RgbBytes(const ImageView& image) {
 bool ReduceInto(const ImageView& large, const ImageView& small, size_t reducedBytes) {
     MallocBlock reduced(reducedBytes);
     if (!reduced) {
-        IQA_LOG_OP(ANDROID_LOG_ERROR, kTagProcessData, "ProcessImage", "memory allocation failed");
+        IQA_LOG_OP(ANDROID_LOG_ERROR, kTagProcessData, kOperation, "memory allocation failed");
         return false;
     }
-    IQA_CHECK_COPY_AS(kTagProcessData, "ProcessImage",
+    IQA_CHECK_COPY_AS(kTagProcessData, kOperation,
                       memset_s(reduced.get(), reducedBytes, 0, reducedBytes));
     // The larger image's decoded height bounds the rows a block may read, so differently shaped
     // images never make the reduction read beyond what was decoded.
     BoxReduce(large.buffer, large.width, large.height, reduced.get(), small.width, small.height);
-    IQA_CHECK_COPY_AS(kTagProcessData, "ProcessImage",
+    IQA_CHECK_COPY_AS(kTagProcessData, kOperation,
                       memcpy_s(large.buffer, reducedBytes, reduced.get(), reducedBytes));
     return true;
 }
 
 }  // namespace
 
-IqaProcessData::IqaProcessData() = default;
-IqaProcessData::~IqaProcessData() = default;
-
-long long IqaProcessData::Decoder(DecoderInfo info, unsigned char* buffer, int* width,
-                                  int* height) {
-    return Dispatch(*this, info, buffer, nullptr, width, height);
-}
-
-bool IqaProcessData::ProcessImage(IqaImageInfo& info) {
-    const ImageView first{info.thumbPath, info.thumbBuffer, info.thumbWidth, info.thumbHeight};
-    const ImageView second{info.jpegPath, info.jpegBuffer, info.jpegWidth, info.jpegHeight};
-    if (!DecodeInto(*this, info, first, info.thumbDecoderType, nullptr)) {
-        IQA_LOGE(kTagProcessData, "Decoder failed");
+bool Prepare(IqaImageInfo& info, const RunInputs& run) {
+    const ImageView first{info.thumbPath, info.thumbBuffer, info.thumbWidth, info.thumbHeight,
+                          run.first};
+    const ImageView second{info.jpegPath, info.jpegBuffer, info.jpegWidth, info.jpegHeight,
+                           run.second};
+    if (!DecodeInto(info, first, info.thumbDecoderType, nullptr)) {
+        IQA_LOG_OP(ANDROID_LOG_ERROR, kTagProcessData, kOperation, "Decoder failed");
         return false;
     }
     // A second image with more pixels is reduced to the first's size. A JPEG is reduced while it
     // decodes, straight into its own buffer, so its full-size image never goes out to memory.
-    ReducingRowSink sink(second.buffer, first.width, first.height, second.buffer);
-    if (!DecodeInto(*this, info, second, info.jpegDecoderType, &sink)) {
-        IQA_LOGE(kTagProcessData, "Decoder failed");
+    const size_t demand = run.next != nullptr ? run.next(first.width, first.height) : kWholeImage;
+    ReducingRowSink sink(second.buffer, first.width, first.height, second.buffer, second.run,
+                         demand);
+    if (!DecodeInto(info, second, info.jpegDecoderType, &sink)) {
+        IQA_LOG_OP(ANDROID_LOG_ERROR, kTagProcessData, kOperation, "Decoder failed");
         return false;
     }
     const int64_t count1 = static_cast<int64_t>(first.width) * first.height;
@@ -101,18 +102,33 @@ bool IqaProcessData::ProcessImage(IqaImageInfo& info) {
     }
     const ImageView& large = count1 < count2 ? second : first;
     const ImageView& small = count1 < count2 ? first : second;
-    IQA_LOGI(kTagProcessData, "begin downscale jpeg %s", large.path.c_str());
-    const size_t reducedBytes = RgbBytes(small);
-    if (!sink.reduced() && !ReduceInto(large, small, reducedBytes)) {
+    IQA_LOG_OP(ANDROID_LOG_INFO, kTagProcessData, kOperation, "begin downscale jpeg %s",
+               large.path.c_str());
+    size_t reducedBytes = RgbBytes(small);
+    if (sink.reduced()) {
+        reducedBytes = sink.written();
+    } else if (!ReduceInto(large, small, reducedBytes)) {
         return false;
     }
     large.width = small.width;
     large.height = small.height;
     // The reduced image stands at the buffer's start; behind it the buffer must read as cleared
     // whole, which for the run's own buffers means clearing only what an earlier image left.
-    IQA_CHECK_COPY(kTagProcessData,
-                   WrittenExtent::Clear(large.buffer, reducedBytes, info.bufferSize));
+    IQA_CHECK_COPY_AS(kTagProcessData, kOperation,
+                      ClearFrom(large.buffer, info.bufferSize, large.run, reducedBytes));
     return true;
+}
+
+IqaProcessData::IqaProcessData() = default;
+IqaProcessData::~IqaProcessData() = default;
+
+long long IqaProcessData::Decoder(DecoderInfo info, unsigned char* buffer, int* width,
+                                  int* height) {
+    return Dispatch(info, buffer, nullptr, nullptr, width, height);
+}
+
+bool IqaProcessData::ProcessImage(IqaImageInfo& info) {
+    return Prepare(info, RunInputs{});
 }
 
 void IqaProcessData::DownScale(const unsigned char* src, int srcWidth, unsigned char* dst,

@@ -1,6 +1,8 @@
 // JPEG photos through libjpeg (interface 62), decoded to RGB rows handed to a sink once the
 // destination's capacity is known to suffice. Fatal library errors are recovered with longjmp
-// so a damaged photo can never abort the host process.
+// so a damaged photo can never abort the host process. A sink that needs only the top rows may
+// have the decode end below them, when what follows in the file is proven unable to change the
+// outcome of a whole decode.
 #include <algorithm>
 #include <csetjmp>
 #include <cstdint>
@@ -8,14 +10,16 @@
 
 #include <jpeglib.h>
 
+#include "ByteSource.h"
+#include "FileCalls.h"
 #include "IqaLog.h"
 #include "IqaProcessData.h"
 #include "JpegFile.h"
 #include "JpegFileSource.h"
+#include "JpegStream.h"
 #include "ResolvedPath.h"
 #include "SafeCopy.h"
 #include "ScopedFile.h"
-#include "WrittenExtent.h"
 
 #if JPEG_LIB_VERSION != 62
 #error "the decoder is written against the classic libjpeg interface, version 62"
@@ -86,6 +90,27 @@ void SkipRest(jpeg_decompress_struct& cinfo, JpegRowSink& sink) {
     ReadRows(cinfo, sink, cinfo.output_height);
 }
 
+// Whether the decode may end now, with every row below left undecoded, and come to the outcome a
+// whole decode has. libjpeg raises no fatal error from entropy-coded data (a bad code or a marker
+// hit inside it is a warning); what can fail a whole decode is a marker after the data. In a
+// photo of one Huffman-coded scan, read from `scanStart` on, data that holds only stuffed bytes,
+// fill bytes and its restart markers in order before an EOI therefore decides nothing. Anything
+// else (more scans, other markers, an end of file before the EOI) is decoded to the end instead.
+bool RestProvenHarmless(jpeg_decompress_struct& cinfo, FILE* file, uint64_t scanStart,
+                        uint64_t mcus) {
+    if (cinfo.output_scanline >= cinfo.output_height || scanStart == kNoOffset ||
+        cinfo.progressive_mode || cinfo.arith_code || jpeg_has_multiple_scans(&cinfo)) {
+        return false;
+    }
+    const int fd = fileno(file);
+    const int64_t length = FileLength(fd);
+    if (length < 0) {
+        return false;
+    }
+    FileSource bytes(fd, static_cast<uint64_t>(length));
+    return ScanEndsAtEoi(bytes, scanStart, cinfo.restart_interval, mcus);
+}
+
 // Holds no object with a destructor: a longjmp back into this frame must skip nothing.
 DecodeResult Decode(FILE* file, unsigned long long bufferSize, JpegRowSink& sink) {
     jpeg_decompress_struct cinfo = {};
@@ -100,6 +125,7 @@ DecodeResult Decode(FILE* file, unsigned long long bufferSize, JpegRowSink& sink
     jpeg_CreateDecompress(&cinfo, JPEG_LIB_VERSION, sizeof(jpeg_decompress_struct));
     UseFileSource(&cinfo, file);
     jpeg_read_header(&cinfo, TRUE);
+    const uint64_t scanStart = SourceOffset(&cinfo);
     // RGB output has three components whatever the file holds (a greyscale photo is expanded),
     // and at libjpeg's default scale of 1/1 the output has the header's size, so the capacity is
     // checked against what will really be written.
@@ -116,14 +142,18 @@ DecodeResult Decode(FILE* file, unsigned long long bufferSize, JpegRowSink& sink
     IQA_LOG_OP(ANDROID_LOG_INFO, kTagProcessData, kOperation,
                "output width %d, height %d, components %d\n", static_cast<int>(cinfo.output_width),
                static_cast<int>(cinfo.output_height), cinfo.output_components);
+    // The scan's MCUs, all of them entropy-coded whatever columns are reconstructed.
+    const uint64_t mcus = static_cast<uint64_t>(cinfo.MCUs_per_row) * cinfo.MCU_rows_in_scan;
     const RowRegion region = sink.Plan(cinfo.output_width, cinfo.output_height);
     CropToRegion(cinfo, region);
     sink.Begin(cinfo.output_width);
     ReadRows(cinfo, sink, region.rows);
     sink.End();
-    SkipRest(cinfo, sink);
     const DecodeResult result{true, cinfo.image_width, cinfo.image_height};
-    jpeg_finish_decompress(&cinfo);
+    if (!region.stopAfter || !RestProvenHarmless(cinfo, file, scanStart, mcus)) {
+        SkipRest(cinfo, sink);
+        jpeg_finish_decompress(&cinfo);
+    }
     jpeg_destroy_decompress(&cinfo);
     return result;
 }
@@ -137,8 +167,7 @@ RowRegion BufferRowSink::Plan(uint32_t width, uint32_t height) {
 
 void BufferRowSink::Begin(uint32_t rowPixels) {
     rowBytes_ = static_cast<size_t>(rowPixels) * kRgbComponents;
-    IQA_CHECK_COPY_AS(kTagProcessData, kOperation,
-                      WrittenExtent::Rewrite(buffer_, rowBytes_ * height_));
+    IQA_CHECK_COPY_AS(kTagProcessData, kOperation, Rewrite(run_, rowBytes_ * height_));
 }
 
 uint32_t BufferRowSink::Place(uint32_t first, uint32_t count, unsigned char** rows) {

@@ -14,6 +14,8 @@ struct FileSource {
     FILE* file;
     JOCTET* buffer;
     bool startOfFile;
+    uint64_t fetched;  // bytes read from the file so far
+    bool madeUpEnd;
 };
 
 FileSource* Source(j_decompress_ptr cinfo) {
@@ -35,7 +37,10 @@ boolean FillInputBuffer(j_decompress_ptr cinfo) {
         WARNMS(cinfo, JWRN_JPEG_EOF);
         source->buffer[0] = 0xFF;
         source->buffer[1] = JPEG_EOI;
+        source->madeUpEnd = true;
         count = 2;
+    } else {
+        source->fetched += count;
     }
     source->base.next_input_byte = source->buffer;
     source->base.bytes_in_buffer = count;
@@ -73,7 +78,14 @@ void UseFileSource(j_decompress_ptr cinfo, FILE* file) {
     source->base.term_source = TermSource;
     source->base.bytes_in_buffer = 0;
     source->base.next_input_byte = nullptr;
+    source->fetched = 0;
+    source->madeUpEnd = false;
     cinfo->src = &source->base;
+}
+
+uint64_t SourceOffset(j_decompress_ptr cinfo) {
+    const FileSource* source = Source(cinfo);
+    return source->madeUpEnd ? kNoOffset : source->fetched - source->base.bytes_in_buffer;
 }
 
 }  // namespace IQA

@@ -4,6 +4,7 @@
 #ifndef IQA_PROCESS_JPEG_FILE_SOURCE_H
 #define IQA_PROCESS_JPEG_FILE_SOURCE_H
 
+#include <cstdint>
 #include <cstdio>
 
 #include <jpeglib.h>
@@ -12,6 +13,11 @@ namespace IQA {
 
 // Like jpeg_stdio_src: the source and its buffer live in the decompressor's permanent pool.
 void UseFileSource(j_decompress_ptr cinfo, FILE* file);
+
+// The file offset of the next byte libjpeg will take from the source, or kNoOffset once the
+// source has made up an end of its own (a truncated file).
+constexpr uint64_t kNoOffset = UINT64_MAX;
+uint64_t SourceOffset(j_decompress_ptr cinfo);
 
 }  // namespace IQA
 

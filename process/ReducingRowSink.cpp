@@ -1,14 +1,13 @@
 // Streaming box reduction: source row r belongs to output row r / k; the strip holds a few whole
-// blocks so that the decoder fills it with many rows a call. Rows past k x dstHeight are decoded
-// into a spill row and dropped, and rows the image does not have count as zero, as they do for
-// BoxReduce.
+// blocks so that the decoder fills it with many rows a call. Rows past the k x blocks the output
+// needs are decoded into a spill row and dropped, and rows the image does not have count as zero,
+// as they do for BoxReduce.
 #include "ReducingRowSink.h"
 
 #include <algorithm>
 
 #include "BoxReduce.h"
 #include "SafeCopy.h"
-#include "WrittenExtent.h"
 
 namespace IQA {
 
@@ -31,8 +30,13 @@ size_t RowPitch(uint32_t pixels) {
 }  // namespace
 
 ReducingRowSink::ReducingRowSink(unsigned char* out, int dstWidth, int dstHeight,
-                                 unsigned char* buffer)
-    : out_(out), dstWidth_(dstWidth), dstHeight_(dstHeight), plain_(buffer) {}
+                                 unsigned char* buffer, RunBuffer* run, size_t demand)
+    : out_(out),
+      dstWidth_(dstWidth),
+      dstHeight_(dstHeight),
+      plain_(buffer, run),
+      run_(run),
+      demand_(demand) {}
 
 RowRegion ReducingRowSink::Plan(uint32_t width, uint32_t height) {
     const uint64_t pixels = static_cast<uint64_t>(width) * height;
@@ -50,28 +54,29 @@ RowRegion ReducingRowSink::Plan(uint32_t width, uint32_t height) {
     }
     strip_ = stripBlock_->get() + kRowShift;
     srcHeight_ = height;
-    const uint64_t used = static_cast<uint64_t>(k_) * static_cast<uint64_t>(dstHeight_);
+    // Whole pixels up to the last byte the consumer reads, and the output rows they lie in.
+    const size_t rowBytes = static_cast<size_t>(dstWidth_) * kChannels;
+    const size_t demand = std::min(demand_, rowBytes * static_cast<size_t>(dstHeight_));
+    written_ = (demand + kChannels - 1) / kChannels * kChannels;
+    blocks_ = static_cast<uint32_t>((written_ + rowBytes - 1) / rowBytes);
     return {k_ * static_cast<uint32_t>(dstWidth_),
-            static_cast<uint32_t>(std::min<uint64_t>(height, used))};
+            static_cast<uint32_t>(std::min<uint64_t>(height, SourceRows())),
+            demand_ != kWholeImage};
 }
 
 void ReducingRowSink::Begin(uint32_t rowPixels) {
     if (strip_ == nullptr) {
         return plain_.Begin(rowPixels);
     }
-    rowPixels_ = rowPixels;
     rowPitch_ = RowPitch(rowPixels);
-    IQA_CHECK_COPY_AS(
-        kTagProcessData, "JpegDecoder",
-        WrittenExtent::Rewrite(
-            out_, static_cast<size_t>(dstWidth_) * static_cast<size_t>(dstHeight_) * kChannels));
+    IQA_CHECK_COPY_AS(kTagProcessData, "JpegDecoder", Rewrite(run_, written_));
 }
 
 uint32_t ReducingRowSink::Place(uint32_t first, uint32_t count, unsigned char** rows) {
     if (strip_ == nullptr) {
         return plain_.Place(first, count, rows);
     }
-    const uint64_t used = static_cast<uint64_t>(k_) * static_cast<uint64_t>(dstHeight_);
+    const uint64_t used = SourceRows();
     if (first >= used) {
         std::fill_n(rows, count, spillBlock_->get());
         return count;
@@ -89,7 +94,7 @@ void ReducingRowSink::Filled(uint32_t first, uint32_t count) {
     if (strip_ == nullptr) {
         return;
     }
-    const uint64_t used = static_cast<uint64_t>(k_) * static_cast<uint64_t>(dstHeight_);
+    const uint64_t used = SourceRows();
     for (uint64_t end = first + 1; end <= static_cast<uint64_t>(first) + count && end <= used;
          ++end) {
         if (end % k_ == 0) {
@@ -103,7 +108,7 @@ void ReducingRowSink::End() {
         return;
     }
     // Output rows the image does not fill: a last partial block, then blocks of no rows at all.
-    for (uint64_t block = srcHeight_ / k_; block < static_cast<uint64_t>(dstHeight_); ++block) {
+    for (uint64_t block = srcHeight_ / k_; block < blocks_; ++block) {
         const uint64_t firstRow = block * k_;
         const uint32_t rows =
             firstRow < srcHeight_ ? srcHeight_ - static_cast<uint32_t>(firstRow) : 0;
@@ -111,12 +116,18 @@ void ReducingRowSink::End() {
     }
 }
 
+uint64_t ReducingRowSink::SourceRows() const {
+    return static_cast<uint64_t>(k_) * blocks_;
+}
+
 void ReducingRowSink::ReduceBlock(uint32_t block, uint32_t rows) {
     const size_t stripRow = (static_cast<size_t>(block) * k_) % stripRows_;
-    unsigned char* row =
-        out_ + static_cast<size_t>(block) * static_cast<size_t>(dstWidth_) * kChannels;
-    BoxReduceRows(strip_ + rowPitch_ * stripRow, static_cast<int>(rowPixels_), rowPitch_, rows, row,
-                  dstWidth_, 1);
+    const size_t offset = static_cast<size_t>(block) * static_cast<size_t>(dstWidth_) * kChannels;
+    const int pixels =
+        static_cast<int>(std::min<size_t>(dstWidth_, (written_ - offset) / kChannels));
+    // A row of k x pixels source pixels keeps the block side k for a last row read in part.
+    BoxReduceRows(strip_ + rowPitch_ * stripRow, static_cast<int>(k_) * pixels, rowPitch_, rows,
+                  out_ + offset, pixels, 1);
 }
 
 }  // namespace IQA

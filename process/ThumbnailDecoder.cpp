@@ -10,12 +10,14 @@
 #include "ResolvedPath.h"
 #include "SafeCopy.h"
 #include "ScopedFile.h"
-#include "WrittenExtent.h"
+#include "ThumbnailFile.h"
 
 namespace IQA {
 
 namespace {
 
+// The decode runs in a helper whose log lines belong to the exported operation.
+constexpr const char* kOperation = "ThumbnailDecoder";
 constexpr size_t kHeaderSize = 16;
 constexpr int kRawPixelBytes = 4;
 
@@ -41,10 +43,9 @@ IQA_KERNEL_CLONES void DropFourthBytes(const unsigned char* __restrict raw, int6
 }
 
 // Reads the raw pixels block by block and writes them compacted. A whole read compacted in place
-// would leave the last quarter of the raw bytes behind the image; so does this, except in the
-// batch run's own buffers, where nothing reads there and those pages are not worth touching.
-bool ReadPixels(FILE* file, unsigned char* block, int64_t pixels, unsigned char* buffer) {
-    const bool keepTail = !WrittenExtent::Tracked(buffer);
+// would leave the last quarter of the raw bytes behind the image; so does this with keepTail.
+bool ReadPixels(FILE* file, unsigned char* block, int64_t pixels, unsigned char* buffer,
+                bool keepTail) {
     const size_t image = static_cast<size_t>(pixels) * 3;
     for (int64_t done = 0; done < pixels;) {
         const int64_t count = std::min<int64_t>(kBlockPixels, pixels - done);
@@ -71,41 +72,50 @@ bool RawPixelsFit(int64_t pixels, unsigned long long bufferSize) {
 
 }  // namespace
 
-long long IqaProcessData::ThumbnailDecoder(const char* path, unsigned char* buffer,
-                                           unsigned long long bufferSize, int* width, int* height) {
+long long DecodeThumbnailFile(const char* path, unsigned char* buffer,
+                              unsigned long long bufferSize, RunBuffer* run, int* width,
+                              int* height) {
     const ResolvedPath resolved(path);
     if (!resolved.ok) {
-        IQA_LOGE(kTagProcessData, "Failed to resolve path%s.", resolved.path);
+        IQA_LOG_OP(ANDROID_LOG_ERROR, kTagProcessData, kOperation, "Failed to resolve path%s.",
+                   resolved.path);
         return 0;
     }
     ScopedFile file(resolved.path);
     if (!file) {
-        IQA_LOGE(kTagProcessData, "can't open %s.", resolved.path);
+        IQA_LOG_OP(ANDROID_LOG_ERROR, kTagProcessData, kOperation, "can't open %s.", resolved.path);
         return 0;
     }
     MallocBlock header(kHeaderSize + kBlockPixels * kRawPixelBytes);
     if (!header || fread(header.get(), 1, kHeaderSize, file.get()) != kHeaderSize) {
-        IQA_LOGE(kTagProcessData, "Failed to read file header: %s.", path);
+        IQA_LOG_OP(ANDROID_LOG_ERROR, kTagProcessData, kOperation,
+                   "Failed to read file header: %s.", path);
         return 0;
     }
     const int32_t w = ReadLittleEndian32(header.get() + 8);
     const int32_t h = ReadLittleEndian32(header.get() + 12);
     const int64_t pixels = static_cast<int64_t>(w) * h;
     if (!RawPixelsFit(pixels, bufferSize)) {
-        IQA_LOGE(kTagProcessData, "buffer size too small!");
+        IQA_LOG_OP(ANDROID_LOG_ERROR, kTagProcessData, kOperation, "buffer size too small!");
         return 0;
     }
     const size_t rgbBytes = static_cast<size_t>(pixels) * 3;
-    IQA_CHECK_COPY(kTagProcessData, WrittenExtent::Rewrite(buffer, rgbBytes));
+    IQA_CHECK_COPY_AS(kTagProcessData, kOperation, Rewrite(run, rgbBytes));
     if (fseek(file.get(), kHeaderSize, SEEK_SET) != 0 ||
-        !ReadPixels(file.get(), header.get() + kHeaderSize, pixels, buffer)) {
-        IQA_LOGE(kTagProcessData, "Failed to read file : %s.", path);
+        !ReadPixels(file.get(), header.get() + kHeaderSize, pixels, buffer, run == nullptr)) {
+        IQA_LOG_OP(ANDROID_LOG_ERROR, kTagProcessData, kOperation, "Failed to read file : %s.",
+                   path);
         return 0;
     }
     *width = w;
     *height = h;
-    IQA_LOGI(kTagProcessData, "output width %d, height %d\n", w, h);
+    IQA_LOG_OP(ANDROID_LOG_INFO, kTagProcessData, kOperation, "output width %d, height %d\n", w, h);
     return pixels;
+}
+
+long long IqaProcessData::ThumbnailDecoder(const char* path, unsigned char* buffer,
+                                           unsigned long long bufferSize, int* width, int* height) {
+    return DecodeThumbnailFile(path, buffer, bufferSize, nullptr, width, height);
 }
 
 }  // namespace IQA

@@ -1,64 +1,58 @@
 // The batch run over the registered photos and the chain run of one photo, with the checkpoints
 // at which a stop request takes effect.
-#include <algorithm>
 #include <typeinfo>
 
+#include "BlockSsim.h"
 #include "IqaCompSim.h"
 #include "IqaLog.h"
 #include "IqaProcessData.h"
 #include "IqaTaskManager.h"
 #include "MallocBlock.h"
+#include "Preparation.h"
+#include "RunBuffer.h"
 #include "SafeCopy.h"
 #include "TaskManagerConstants.h"
-#include "WrittenExtent.h"
 
 namespace IQA {
 
 namespace {
 
+using Chain = std::vector<std::shared_ptr<IqaProcessNode>>;
+
 std::string Join(const std::string& folder, const std::string& name, const char* suffix) {
     return folder + "/" + name + suffix;
 }
 
-// Only the stock stages report what they write; a chain with other stages gets full clears.
-bool StockChain(const std::vector<std::shared_ptr<IqaProcessNode>>& nodes) {
-    return std::all_of(nodes.begin(), nodes.end(), [](const std::shared_ptr<IqaProcessNode>& n) {
-        if (n == nullptr) {
-            return false;
-        }
-        const IqaProcessNode& node = *n;
-        return typeid(node) == typeid(IqaProcessData) || typeid(node) == typeid(IqaCompSim);
-    });
+// Exactly the chain the constructor builds: then the run knows what every stage writes and reads.
+bool StockChain(const Chain& nodes) {
+    const auto is = [&](size_t stage, const std::type_info& type) {
+        const IqaProcessNode* node = nodes[stage].get();
+        return node != nullptr && typeid(*node) == type;
+    };
+    return nodes.size() == 2 && is(0, typeid(IqaProcessData)) && is(1, typeid(IqaCompSim));
 }
 
-// The run's two buffers, zero from the start (calloc maps them lazily), tracked for the run.
+// The run's two buffers, zero from the start (calloc maps them lazily), and what an earlier
+// photo may have left in each.
 class RunBuffers {
   public:
-    explicit RunBuffers(bool track)
+    RunBuffers()
         : photo_(MallocBlock::Zeroed(kPixelBufferSize)),
-          thumb_(MallocBlock::Zeroed(kPixelBufferSize)),
-          tracked_(track && photo_ && thumb_) {
-        if (tracked_) {
-            WrittenExtent::Track(photo_.get());
-            WrittenExtent::Track(thumb_.get());
-        }
-    }
-    ~RunBuffers() {  // forgetting a buffer that is not tracked changes nothing
-        WrittenExtent::Forget(photo_.get());
-        WrittenExtent::Forget(thumb_.get());
-    }
+          thumb_(MallocBlock::Zeroed(kPixelBufferSize)) {}
     RunBuffers(const RunBuffers&) = delete;
     RunBuffers& operator=(const RunBuffers&) = delete;
 
     bool ok() const { return photo_ && thumb_; }
-    bool tracked() const { return tracked_; }
     unsigned char* photo() const { return photo_.get(); }
     unsigned char* thumb() const { return thumb_.get(); }
+    // For the stock chain: the buffers behind the record, and what the SSIM stage reads.
+    RunInputs Inputs() { return RunInputs{&thumbState_, &photoState_, BlockSsimReach}; }
 
   private:
     MallocBlock photo_;
     MallocBlock thumb_;
-    bool tracked_;
+    RunBuffer photoState_{photo_.get(), kPixelBufferSize};
+    RunBuffer thumbState_{thumb_.get(), kPixelBufferSize};
 };
 
 // One photo's record: the backed-up thumbnail first, the photo second, the run's buffers.
@@ -76,6 +70,27 @@ IqaImageInfo Record(const std::string& name, const std::string& backupPath,
     return info;
 }
 
+// The chain over one record, with a stop checkpoint before every stage; `stage(i, node)` runs the
+// i-th. The chain's length is read anew after every stage.
+template <typename RunStage>
+SsimResult RunChain(IqaTaskManager& manager, const Chain& nodes, const std::atomic<bool>& stop,
+                    IqaImageInfo& info, RunStage stage) {
+    for (size_t i = 0; i < nodes.size(); ++i) {
+        if (stop.load()) {
+            IQA_LOG_OP(ANDROID_LOG_INFO, kTagTaskManager, "GetSsim",
+                       "interrupt current task's procss: %s", info.jpegName.c_str());
+            manager.AddTask(info.jpegName);
+            break;
+        }
+        if (!stage(i, *nodes[i])) {
+            IQA_LOG_OP(ANDROID_LOG_ERROR, kTagTaskManager, "GetSsim", "GetSsim error: %s",
+                       info.jpegName.c_str());
+            return SsimResult{};  // no score: no result
+        }
+    }
+    return SsimResult{info.ssim, info.thumbWidth, info.thumbHeight};
+}
+
 }  // namespace
 
 void IqaTaskManager::BeginProcess() {
@@ -89,7 +104,8 @@ void IqaTaskManager::IqaProc(const std::string& cacheFolder, const std::string& 
     if (taskList.empty() || stopStatus.load()) {
         return;
     }
-    const RunBuffers buffers(StockChain(processNodes));
+    RunBuffers buffers;
+    const bool stock = StockChain(processNodes);
     if (!buffers.ok()) {
         IQA_LOGE(kTagTaskManager, "memory allocation failed");
         return;
@@ -107,7 +123,15 @@ void IqaTaskManager::IqaProc(const std::string& cacheFolder, const std::string& 
             break;
         }
         IqaImageInfo info = Record(name, backupPath, photoPath, buffers);
-        const SsimResult result = GetSsim(info);
+        // The stock chain is told its buffers and the SSIM stage's demand; any other is run as
+        // a host would run it.
+        const RunInputs inputs = buffers.Inputs();
+        const SsimResult result = stock ? RunChain(*this, processNodes, stopStatus, info,
+                                                   [&](size_t stage, IqaProcessNode& node) {
+                                                       return stage == 0 ? Prepare(info, inputs)
+                                                                         : node.ProcessImage(info);
+                                                   })
+                                        : GetSsim(info);
         RemoveFile(backupPath, kDeleteLabel);
         if (result.ssim == 0.0) {
             continue;
@@ -124,8 +148,9 @@ void IqaTaskManager::IqaProc(const std::string& cacheFolder, const std::string& 
             IQA_LOGI(kTagTaskManager, "img %s with low similarity : ssim %lf", photoPath.c_str(),
                      result.ssim);
         }
-        // In the run's tracked buffers the next writer clears what it will not overwrite.
-        if (!buffers.tracked()) {
+        // With the stock chain the next writer clears what it will not overwrite; other stages
+        // say nothing of what they wrote.
+        if (!stock) {
             IQA_CHECK_COPY(kTagTaskManager,
                            memset_s(buffers.photo(), kPixelBufferSize, 0, kPixelBufferSize));
             IQA_CHECK_COPY(kTagTaskManager,
@@ -135,19 +160,8 @@ void IqaTaskManager::IqaProc(const std::string& cacheFolder, const std::string& 
 }
 
 SsimResult IqaTaskManager::GetSsim(IqaImageInfo& info) {
-    // The chain's length is read anew after every stage.
-    for (size_t stage = 0; stage < processNodes.size(); ++stage) {
-        if (stopStatus.load()) {
-            IQA_LOGI(kTagTaskManager, "interrupt current task's procss: %s", info.jpegName.c_str());
-            AddTask(info.jpegName);
-            break;
-        }
-        if (!processNodes[stage]->ProcessImage(info)) {
-            IQA_LOGE(kTagTaskManager, "GetSsim error: %s", info.jpegName.c_str());
-            return SsimResult{};  // no score: no result
-        }
-    }
-    return SsimResult{info.ssim, info.thumbWidth, info.thumbHeight};
+    return RunChain(*this, processNodes, stopStatus, info,
+                    [&](size_t, IqaProcessNode& node) { return node.ProcessImage(info); });
 }
 
 }  // namespace IQA

@@ -3,10 +3,14 @@
 
 #include <atomic>
 
+#include "BlockSsim.h"
 #include "CameraFiles.h"
+#include "IqaCompSim.h"
+#include "IqaProcessData.h"
 #include "IqaTaskManager.h"
 #include "LogCapture.h"
 #include "ManagerPeer.h"
+#include "Preparation.h"
 #include "SceneGenerator.h"
 #include "TestFiles.h"
 #include "reference/ReferenceDump.h"
@@ -232,6 +236,186 @@ TEST_F(BatchRun, AMixedBatchLogsEachPhotoAsItsOwnRunDoes) {
         alone.insert(alone.end(), lines.begin(), lines.end());
     }
     EXPECT_EQ(alone, run(names));
+}
+
+// The entropy-coded data of a JPEG's last scan: from the end of its SOS segment to the marker
+// that ends it. The test encoder writes no fill bytes.
+std::pair<size_t, size_t> LastScanData(const Bytes& jpeg) {
+    std::pair<size_t, size_t> scan;
+    for (size_t i = 2; jpeg[i + 1] != 0xD9;) {
+        const bool sos = jpeg[i + 1] == 0xDA;
+        i += 2 + (static_cast<size_t>(jpeg[i + 2]) << 8 | jpeg[i + 3]);
+        if (sos) {
+            for (scan.first = i;
+                 jpeg[i] != 0xFF || jpeg[i + 1] == 0 || (jpeg[i + 1] & 0xF8) == 0xD0; ++i) {
+            }
+            scan.second = i;
+        }
+    }
+    return scan;
+}
+
+// A damage done at (or just after) offset `at` of a photo's last scan, where no 0xFF pair is cut.
+using Damage = std::function<Bytes(Bytes photo, size_t at)>;
+
+Damage Insert(const Bytes& bytes) {
+    return [bytes](Bytes photo, size_t at) {
+        photo.insert(photo.begin() + static_cast<long>(at), bytes.begin(), bytes.end());
+        return photo;
+    };
+}
+
+Bytes FlipBits(Bytes photo, size_t at) {
+    for (int flipped = 0; flipped < 32; ++at) {
+        if (photo[at] != 0xFF && photo[at - 1] != 0xFF && (photo[at] ^ 0x24) != 0xFF) {
+            photo[at] ^= 0x24;
+            ++flipped;
+        }
+    }
+    return photo;
+}
+
+// A photo's outcome as the SSIM stage sees it: decoded or not, the SSIM the prepared buffers
+// give against the thumbnail, and the lines logged meanwhile.
+struct Outcome {
+    bool ok;
+    double ssim;
+    std::vector<std::string> lines;
+};
+
+// One photo (p.jpg, 640 x 480) and its 160 x 120 thumbnail, evaluated three ways: a whole decode
+// reduced plainly, the preparation stage on a host's record, and the stage as a batch run drives
+// it, which reconstructs only the 160 rows whose reduced bytes the SSIM reads.
+class DemandDriven : public BatchRun {
+  protected:
+    static constexpr int kWidth = 640, kHeight = 480, kThumbWidth = 160, kThumbHeight = 120;
+    static constexpr unsigned long long kCapacity = 4 << 20;
+
+    void Put(const Bytes& photo) {
+        AddThumb("p", kThumbWidth, kThumbHeight, thumb);
+        iqa_test::WriteFile(PhotoPath("p"), photo);
+    }
+    Outcome Whole() {
+        log.Clear();
+        int w = 0, h = 0;
+        Bytes decoded(kCapacity), reduced(kThumbWidth * kThumbHeight * 3);
+        const bool ok = IQA::IqaProcessData().JpegDecoder(PhotoPath("p").c_str(), decoded.data(),
+                                                          kCapacity, &w, &h) > 0;
+        iqa_ref::DownScale(decoded.data(), w, h, reduced.data(), kThumbWidth, kThumbHeight);
+        return {ok, ok ? Ssim(thumb.data(), reduced.data()) : 0.0, log.Lines()};
+    }
+    Outcome Prepared(bool run) {
+        Bytes first(kCapacity), second(kCapacity);
+        IQA::RunBuffer firstRun{first.data(), kCapacity}, secondRun{second.data(), kCapacity};
+        IqaImageInfo info{};
+        info.thumbPath = CachedThumb("p");
+        info.jpegPath = PhotoPath("p");
+        info.thumbBuffer = first.data();
+        info.jpegBuffer = second.data();
+        info.bufferSize = kCapacity;
+        info.jpegDecoderType = IQA::DECODER_JPEG;
+        log.Clear();
+        const bool ok = run ? IQA::Prepare(info, {&firstRun, &secondRun, IQA::BlockSsimReach})
+                            : IQA::IqaProcessData().ProcessImage(info);
+        EXPECT_TRUE(!ok || std::equal(thumb.begin(), thumb.end(), first.begin()));  // the reply's
+        return {ok, ok ? Ssim(first.data(), second.data()) : 0.0, log.Lines()};
+    }
+    // The run's lines and the photo file afterwards; `full`: a chain that must do the whole work.
+    std::pair<std::vector<std::string>, Bytes> Batch(const Bytes& photo, bool full) {
+        Put(photo);
+        Peer::Chain(manager) = {std::make_shared<IQA::IqaProcessData>(),
+                                std::make_shared<IQA::IqaCompSim>()};
+        if (full) {
+            Peer::Chain(manager).push_back(
+                std::make_shared<iqa_test::ScriptedNode>([](IqaImageInfo&) { return true; }));
+        }
+        log.Clear();
+        Register({"p"});
+        manager.BeginProcess();
+        return {RunLines(), iqa_test::ReadFile(PhotoPath("p"))};
+    }
+    static double Ssim(const unsigned char* a, const unsigned char* b) {
+        return IQA::IqaCompSim().CalculateRgbSsim(a, b, kThumbWidth, kThumbHeight);
+    }
+    // Lines of the decoder alone, or all lines with the decoder's warnings left out.
+    static std::vector<std::string> Only(std::vector<std::string> lines, bool decoder) {
+        lines.erase(std::remove_if(lines.begin(), lines.end(),
+                                   [&](const std::string& l) {
+                                       const bool jpeg = l.rfind("[JpegDecoder]:", 0) == 0;
+                                       return decoder
+                                                  ? !jpeg
+                                                  : jpeg && l.rfind("[JpegDecoder]:output", 0) != 0;
+                                   }),
+                    lines.end());
+        return lines;
+    }
+
+    const Bytes scene = iqa_tools::RenderScene(kWidth, kHeight, 21);
+    const Bytes thumb = iqa_ref::Reduced(scene, kWidth, kThumbWidth, kThumbHeight);
+};
+
+// Damage anywhere gives the outcome of a whole decode: success or failure, the SSIM bit for bit,
+// the thumbnail the reply dumps, the run's lines and the photo file; and every log line, except
+// warnings about the entropy-coded data of rows the result does not use in a file whose
+// structure is intact, which a decode that stops early never reads. The host path logs exactly
+// what a whole decode logs. Each form is done above (at 10% of the scan's data) and below (80%)
+// the rows the result uses.
+TEST_F(DemandDriven, DamageAnywhereGivesTheOutcomeOfAWholeDecode) {
+    const Bytes plain = iqa_test::CameraPhoto(scene, kWidth, kHeight);
+    const Bytes restarts =
+        iqa_test::CameraPhoto(scene, kWidth, kHeight, Bytes(40, 7), Bytes(9, 8), {false, 5, false});
+    const Bytes progressive =
+        iqa_test::CameraPhoto(scene, kWidth, kHeight, Bytes(40, 7), Bytes(9, 8), {true, 0, false});
+    const unsigned char kSof0[] = {0xFF, 0xC0};
+    const auto sof = std::search(plain.begin(), plain.end(), std::begin(kSof0), std::end(kSof0));
+    const struct {
+        const char* form;
+        const Bytes& photo;
+        Damage damage;
+        bool quieterBelow;  // structure intact: only the data of unused rows is damaged
+    } forms[] = {
+        {"unknown marker", restarts, Insert({0xFF, 0x05}), false},
+        {"stray DHT", restarts, Insert({0xFF, 0xC4, 0x00, 0x02}), false},
+        {"early EOI", plain, Insert({0xFF, 0xD9}), true},
+        {"truncation", restarts,
+         [](Bytes p, size_t at) { return Bytes(p.begin(), p.begin() + static_cast<long>(at)); },
+         false},
+        {"flipped bits", restarts, FlipBits, true},
+        {"wrong restart marker", restarts,
+         [](Bytes p, size_t at) {
+             while (p[at] != 0xFF || (p[at + 1] & 0xF8) != 0xD0) {
+                 ++at;
+             }
+             p[at + 1] = static_cast<unsigned char>(0xD0 | ((p[at + 1] + 3) & 7));
+             return p;
+         },
+         false},
+        {"SOF after the scan", plain, Insert(Bytes(sof, sof + 2 + (sof[2] << 8 | sof[3]))), false},
+        {"progressive, last scan", progressive, FlipBits, false},
+    };
+    for (const auto& f : forms) {
+        const auto [begin, end] = LastScanData(f.photo);
+        for (const bool below : {false, true}) {
+            size_t at = begin + (end - begin) * (below ? 8 : 1) / 10;
+            while (f.photo[at - 1] == 0xFF || f.photo[at] == 0xFF) {
+                ++at;
+            }
+            const Bytes photo = f.damage(f.photo, at);
+            const std::string what = std::string(f.form) + (below ? " below" : " above");
+            Put(photo);
+            const Outcome whole = Whole(), host = Prepared(false), run = Prepared(true);
+            ASSERT_EQ((std::vector<bool>{whole.ok, whole.ok}), (std::vector<bool>{host.ok, run.ok}))
+                << what;
+            EXPECT_EQ((std::vector<double>{whole.ssim, whole.ssim}),
+                      (std::vector<double>{host.ssim, run.ssim}))
+                << what;
+            EXPECT_EQ(whole.lines, Only(host.lines, true)) << what;
+            const bool quieter = below && f.quieterBelow;
+            EXPECT_EQ(quieter ? Only(host.lines, false) : host.lines, run.lines) << what;
+            EXPECT_EQ(quieter, host.lines != run.lines) << what << ": no warning went unread";
+            EXPECT_EQ(Batch(photo, true), Batch(photo, false)) << what;
+        }
+    }
 }
 
 }  // namespace

@@ -7,7 +7,7 @@
 #include "IqaProcessData.h"
 #include "LogCapture.h"
 #include "TestFiles.h"
-#include "WrittenExtent.h"
+#include "ThumbnailFile.h"
 #include "reference/ReferenceKernels.h"
 
 using iqa_test::Bytes;
@@ -46,12 +46,11 @@ TEST_F(Decoders, ThumbnailDropsFourthByte) {
     Write("b.thumbnail", raw);
     for (bool tracked : {false, true}) {
         std::fill(buffer.begin(), buffer.end(), 0xCC);
-        if (tracked) {
-            IQA::WrittenExtent::Track(buffer.data());
-        }
+        IQA::RunBuffer run{buffer.data(), buffer.size()};
         log.Clear();
-        EXPECT_EQ(w * h, Thumb("b.thumbnail", buffer.size()));
-        IQA::WrittenExtent::Forget(buffer.data());
+        EXPECT_EQ(w * h, IQA::DecodeThumbnailFile(dir.File("b.thumbnail").c_str(), buffer.data(),
+                                                  buffer.size(), tracked ? &run : nullptr, &width,
+                                                  &height));
         EXPECT_EQ((std::vector<int>{w, h}), (std::vector<int>{width, height}));
         EXPECT_EQ((std::vector<std::string>{"[ThumbnailDecoder]:output width 211, height 173\n"}),
                   log.Lines());

@@ -4,10 +4,10 @@
 #include "CameraFiles.h"
 #include "IqaProcessData.h"
 #include "LogCapture.h"
+#include "Preparation.h"
 #include "ReducingRowSink.h"
 #include "SceneGenerator.h"
 #include "TestFiles.h"
-#include "WrittenExtent.h"
 #include "reference/ReferenceKernels.h"
 
 using iqa_test::Bytes;
@@ -115,60 +115,12 @@ TEST_F(PrepareStage, JpegReducedWhileDecodingMatchesTheWholeImageReduction) {
     }
 }
 
-TEST_F(PrepareStage, DamagedPhotosDecodeAndLogAsAWholeDecodeDoes) {
-    // The reduction leaves out columns and rows (k = 10: 640 of 700 columns, 120 of 131 rows),
-    // yet damage anywhere, in rows it reads or not, must come out as from a whole decode.
-    const Bytes jpeg = iqa_tools::EncodeJpeg(iqa_tools::RenderScene(700, 131, 3), 700, 131, 3, 90);
-    WriteThumb("t.thumbnail", 64, 12, Bytes(64 * 12 * 3, 9));
-    const auto cut = [&](double at) {
-        return Bytes(jpeg.begin(), jpeg.begin() + static_cast<long>(jpeg.size() * at));
-    };
-    const auto hit = [&](double at) {
-        Bytes damaged = jpeg;
-        for (size_t i = 0; i < 24; ++i) {
-            damaged[static_cast<size_t>(damaged.size() * at) + i] ^=
-                static_cast<unsigned char>(0x5A + i);
-        }
-        return damaged;
-    };
-    Bytes garbage = jpeg;
-    garbage.insert(garbage.end() - 2, {0x12, 0x34, 0xFF, 0x01});  // bytes before EOI
-    for (const Bytes& file : {cut(0.5), cut(0.97), cut(0.995), hit(0.4), hit(0.98), garbage}) {
-        iqa_test::WriteFile(dir.File("d.jpg"), file);
-        const auto decoderLines = [&] {
-            std::vector<std::string> lines = log.Lines();
-            lines.erase(std::remove_if(
-                            lines.begin(), lines.end(),
-                            [](const std::string& l) { return l.rfind("[JpegDecoder]:", 0) != 0; }),
-                        lines.end());
-            return lines;
-        };
-        log.Clear();
-        int w = 0, h = 0;
-        const bool whole =
-            stage.JpegDecoder(dir.File("d.jpg").c_str(), thumb.data(), kCapacity, &w, &h) > 0;
-        const std::vector<std::string> expected = decoderLines();
-        Bytes reduced(64 * 12 * 3);
-        iqa_ref::DownScale(thumb.data(), w, h, reduced.data(), 64, 12);
-
-        log.Clear();
-        IqaImageInfo info =
-            Record("t.thumbnail", IQA::DECODER_THUMBNAIL, "d.jpg", IQA::DECODER_JPEG);
-        EXPECT_EQ(whole, stage.ProcessImage(info));
-        EXPECT_EQ(expected, decoderLines());
-        if (whole) {
-            EXPECT_EQ(reduced, Bytes(photo.begin(), photo.begin() + 64 * 12 * 3));
-        }
-    }
-}
-
 TEST_F(PrepareStage, TrackedBuffersEndUpAsIfClearedWhole) {
     // The batch run's buffers start zero and are tracked; a stage then clears only what was
     // written, and the buffer must read exactly as after a full clear.
     std::fill(photo.begin(), photo.end(), 0);
     std::fill(thumb.begin(), thumb.end(), 0);
-    IQA::WrittenExtent::Track(photo.data());
-    IQA::WrittenExtent::Track(thumb.data());
+    IQA::RunBuffer photoRun{photo.data(), photo.size()}, thumbRun{thumb.data(), thumb.size()};
     const std::pair<int, int> sizes[] = {{400, 300}, {120, 90}};
     for (const auto& [w, h] : sizes) {
         const std::string name = std::to_string(w);
@@ -178,10 +130,8 @@ TEST_F(PrepareStage, TrackedBuffersEndUpAsIfClearedWhole) {
         WriteThumb(name + ".thumbnail", w / 4, h / 4, iqa_test::RandomBytes(w * h * 3 / 16, h));
         IqaImageInfo info =
             Record(name + ".thumbnail", IQA::DECODER_THUMBNAIL, name + ".jpg", IQA::DECODER_JPEG);
-        ASSERT_TRUE(stage.ProcessImage(info));
+        ASSERT_TRUE(IQA::Prepare(info, {&thumbRun, &photoRun, nullptr}));
     }
-    IQA::WrittenExtent::Forget(photo.data());
-    IQA::WrittenExtent::Forget(thumb.data());
     const auto tail = photo.begin() + 30 * 22 * 3;
     EXPECT_TRUE(std::all_of(tail, photo.end(), [](unsigned char b) { return b == 0; }));
     for (const iqa_test::LogEntry& e : log.Entries()) {
