@@ -14,7 +14,8 @@ cmake --build "$build"
 export ASAN_OPTIONS="halt_on_error=1:detect_leaks=1"
 export UBSAN_OPTIONS="halt_on_error=1:print_stacktrace=1"
 mkdir -p "$build/crashes"
-for target in thumbnail_fuzzer jpeg_fuzzer dump_fuzzer trailer_fuzzer image_ops_fuzzer anomaly_fuzzer; do
+for target in thumbnail_fuzzer jpeg_fuzzer demand_fuzzer dump_fuzzer trailer_fuzzer \
+  image_ops_fuzzer anomaly_fuzzer; do
   echo "== $target: replaying the corpus, then ${seconds}s of fuzzing"
   "$build/fuzz/$target" -runs=0 "fuzz/corpus/$target"
   scratch="$build/corpus/$target"
