@@ -126,25 +126,41 @@ bool SkipEntropyData(Cursor& cursor) {
 
 }  // namespace
 
-bool ScanEndsAtEoi(ByteSource& source, uint64_t scanStart, unsigned restartInterval,
-                   uint64_t mcus) {
-    // The encoder writes a marker between two intervals, none after the last one.
-    const uint64_t restarts = restartInterval == 0 || mcus == 0 ? 0 : (mcus - 1) / restartInterval;
-    Cursor cursor(source);
-    cursor.Seek(scanStart);
-    uint64_t seen = 0;
-    unsigned char code = 0;
-    while (NextMarker(cursor, &code)) {
-        if (code == kStuffed) {
-            continue;
+ScanCheck::ScanCheck(unsigned restartInterval, uint64_t mcus)
+    : restarts_(restartInterval == 0 || mcus == 0 ? 0 : (mcus - 1) / restartInterval) {}
+
+bool ScanCheck::Feed(const unsigned char* bytes, size_t count) {
+    const unsigned char* end = bytes + count;
+    while (bytes < end) {
+        if (state_ == State::kData) {
+            const void* hit = std::memchr(bytes, kMarkerByte, static_cast<size_t>(end - bytes));
+            if (hit == nullptr) {
+                return true;
+            }
+            bytes = static_cast<const unsigned char*>(hit) + 1;
+            state_ = State::kMarker;
+        } else if (state_ == State::kMarker) {
+            state_ = Next(*bytes++);
+        } else {
+            return false;
         }
-        if (seen < restarts && code == kRst0 + seen % 8) {
-            ++seen;
-            continue;
-        }
-        return code == kEoi && seen == restarts;
     }
-    return false;
+    return state_ == State::kData || state_ == State::kMarker;
+}
+
+// After a 0xFF, with fill bytes 0xFF passed over: a stuffed byte, the next restart, or the end.
+ScanCheck::State ScanCheck::Next(unsigned char code) {
+    if (code == kMarkerByte) {
+        return State::kMarker;
+    }
+    if (code == kStuffed) {
+        return State::kData;
+    }
+    if (seen_ < restarts_ && code == kRst0 + seen_ % 8) {
+        ++seen_;
+        return State::kData;
+    }
+    return code == kEoi && seen_ == restarts_ ? State::kEoi : State::kOther;
 }
 
 JpegEnd FindJpegEnd(ByteSource& source, uint64_t* end) {

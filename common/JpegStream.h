@@ -4,6 +4,7 @@
 #ifndef IQA_COMMON_JPEG_STREAM_H
 #define IQA_COMMON_JPEG_STREAM_H
 
+#include <cstddef>
 #include <cstdint>
 
 #include "ByteSource.h"
@@ -22,13 +23,29 @@ enum class JpegEnd {
 // of a progressive file is walked the same way.
 JpegEnd FindJpegEnd(ByteSource& source, uint64_t* end);
 
-// True when the entropy-coded data of the only scan, starting at `scanStart`, holds nothing but
-// stuffed bytes 0xFF 0x00, fill bytes and the restart markers of `mcus` MCUs with
-// `restartInterval` MCUs between markers (RST0, RST1, ... in their cyclic order, as many as the
-// interval makes; none when it is 0), and then ends at an EOI marker. Such data cannot make a
-// decoder fail: damage in it (a flipped bit) is only ever warned about. Any other marker, a
-// marker out of order, or a file that ends before its EOI is false.
-bool ScanEndsAtEoi(ByteSource& source, uint64_t scanStart, unsigned restartInterval, uint64_t mcus);
+// The entropy-coded data of a file's only scan, fed in order from the scan's start as it is read:
+// whether it holds nothing but stuffed bytes 0xFF 0x00, fill bytes and the restart markers of
+// `mcus` MCUs with `restartInterval` MCUs between markers (RST0, RST1, ... in their cyclic order,
+// as many as the interval makes; none when it is 0), and then ends at an EOI marker. Such data
+// cannot make a decoder fail: damage in it (a flipped bit) is only ever warned about.
+class ScanCheck {
+  public:
+    ScanCheck(unsigned restartInterval, uint64_t mcus);
+    // Takes the next bytes; false once the data has ended (at an EOI, or at anything the check
+    // does not accept), after which no byte changes the verdict.
+    bool Feed(const unsigned char* bytes, size_t count);
+    // The verdict once the data has ended: false for any other marker, a marker out of order, or
+    // data that was never seen to end (a file that ends before its EOI).
+    bool EndsAtEoi() const { return state_ == State::kEoi; }
+
+  private:
+    enum class State { kData, kMarker, kEoi, kOther };
+    State Next(unsigned char code);
+
+    uint64_t restarts_;  // markers the encoder writes: one between two intervals
+    uint64_t seen_ = 0;
+    State state_ = State::kData;
+};
 
 }  // namespace IQA
 

@@ -10,8 +10,6 @@
 
 #include <jpeglib.h>
 
-#include "ByteSource.h"
-#include "FileCalls.h"
 #include "IqaLog.h"
 #include "IqaProcessData.h"
 #include "JpegFile.h"
@@ -90,28 +88,27 @@ void SkipRest(jpeg_decompress_struct& cinfo, JpegRowSink& sink) {
     ReadRows(cinfo, sink, cinfo.output_height);
 }
 
-// Whether the decode may end now, with every row below left undecoded, and come to the outcome a
-// whole decode has. libjpeg raises no fatal error from entropy-coded data (a bad code or a marker
-// hit inside it is a warning); what can fail a whole decode is a marker after the data. In a
-// photo of one Huffman-coded scan, read from `scanStart` on, data that holds only stuffed bytes,
-// fill bytes and its restart markers in order before an EOI therefore decides nothing. Anything
-// else (more scans, other markers, an end of file before the EOI) is decoded to the end instead.
-bool RestProvenHarmless(jpeg_decompress_struct& cinfo, FILE* file, uint64_t scanStart,
-                        uint64_t mcus) {
-    if (cinfo.output_scanline >= cinfo.output_height || scanStart == kNoOffset ||
-        cinfo.progressive_mode || cinfo.arith_code || jpeg_has_multiple_scans(&cinfo)) {
-        return false;
-    }
-    const int fd = fileno(file);
-    const int64_t length = FileLength(fd);
-    if (length < 0) {
-        return false;
-    }
-    FileSource bytes(fd, static_cast<uint64_t>(length));
-    return ScanEndsAtEoi(bytes, scanStart, cinfo.restart_interval, mcus);
+// Whether the decode may stop below the region and still come to the outcome of a whole decode.
+// libjpeg raises no fatal error from entropy-coded data (a bad code or a marker hit inside it is
+// a warning); what can fail a whole decode is a marker after the data. So a photo of one
+// Huffman-coded scan qualifies when its data, from the scan's start, is checked as it is read;
+// more scans, progressive or arithmetic coding never do.
+bool MayStopEarly(jpeg_decompress_struct& cinfo, const RowRegion& region, uint64_t scanStart) {
+    return region.stopAfter && region.rows < cinfo.output_height && !cinfo.progressive_mode &&
+           !cinfo.arith_code && !jpeg_has_multiple_scans(&cinfo) &&
+           SourceOffset(&cinfo) == scanStart;
 }
 
-// Holds no object with a destructor: a longjmp back into this frame must skip nothing.
+// After the region: true when the rest of the file holds only what the scan check accepts, up to
+// the EOI that ends the scan's data. Anything else (another marker, a marker out of order, a file
+// that ends before its EOI) is then decoded to the end as a whole decode would.
+bool RestProvenHarmless(jpeg_decompress_struct& cinfo, const ScanCheck& check) {
+    FeedRest(&cinfo);
+    WatchScan(&cinfo, nullptr);
+    return check.EndsAtEoi();
+}
+
+// Holds no object with a non-trivial destructor: a longjmp back into this frame must skip nothing.
 DecodeResult Decode(FILE* file, unsigned long long bufferSize, JpegRowSink& sink) {
     jpeg_decompress_struct cinfo = {};
     RecoveringErrorManager errors = {};
@@ -142,15 +139,20 @@ DecodeResult Decode(FILE* file, unsigned long long bufferSize, JpegRowSink& sink
     IQA_LOG_OP(ANDROID_LOG_INFO, kTagProcessData, kOperation,
                "output width %d, height %d, components %d\n", static_cast<int>(cinfo.output_width),
                static_cast<int>(cinfo.output_height), cinfo.output_components);
-    // The scan's MCUs, all of them entropy-coded whatever columns are reconstructed.
-    const uint64_t mcus = static_cast<uint64_t>(cinfo.MCUs_per_row) * cinfo.MCU_rows_in_scan;
     const RowRegion region = sink.Plan(cinfo.output_width, cinfo.output_height);
+    // All of the scan's MCUs are entropy-coded, whatever columns are reconstructed.
+    ScanCheck check(cinfo.restart_interval,
+                    static_cast<uint64_t>(cinfo.MCUs_per_row) * cinfo.MCU_rows_in_scan);
+    const bool mayStop = MayStopEarly(cinfo, region, scanStart);
+    if (mayStop) {
+        WatchScan(&cinfo, &check);
+    }
     CropToRegion(cinfo, region);
     sink.Begin(cinfo.output_width);
     ReadRows(cinfo, sink, region.rows);
     sink.End();
     const DecodeResult result{true, cinfo.image_width, cinfo.image_height};
-    if (!region.stopAfter || !RestProvenHarmless(cinfo, file, scanStart, mcus)) {
+    if (!mayStop || !RestProvenHarmless(cinfo, check)) {
         SkipRest(cinfo, sink);
         jpeg_finish_decompress(&cinfo);
     }

@@ -3,23 +3,29 @@
 
 #include <jerror.h>
 
+#include <algorithm>
+
+#include "FileCalls.h"
+#include "MallocBlock.h"
+
 namespace IQA {
 
 namespace {
 
 constexpr size_t kBlock = 64 * 1024;
 
-struct FileSource {
+struct BlockSource {
     jpeg_source_mgr base;
     FILE* file;
     JOCTET* buffer;
     bool startOfFile;
     uint64_t fetched;  // bytes read from the file so far
     bool madeUpEnd;
+    ScanCheck* check;  // fed every byte read, when watching
 };
 
-FileSource* Source(j_decompress_ptr cinfo) {
-    return reinterpret_cast<FileSource*>(cinfo->src);
+BlockSource* Source(j_decompress_ptr cinfo) {
+    return reinterpret_cast<BlockSource*>(cinfo->src);
 }
 
 void InitSource(j_decompress_ptr cinfo) {
@@ -27,7 +33,7 @@ void InitSource(j_decompress_ptr cinfo) {
 }
 
 boolean FillInputBuffer(j_decompress_ptr cinfo) {
-    FileSource* source = Source(cinfo);
+    BlockSource* source = Source(cinfo);
     size_t count = fread(source->buffer, 1, kBlock, source->file);
     if (count == 0) {
         if (source->startOfFile) {
@@ -41,6 +47,9 @@ boolean FillInputBuffer(j_decompress_ptr cinfo) {
         count = 2;
     } else {
         source->fetched += count;
+        if (source->check != nullptr) {
+            source->check->Feed(source->buffer, count);
+        }
     }
     source->base.next_input_byte = source->buffer;
     source->base.bytes_in_buffer = count;
@@ -66,8 +75,8 @@ void TermSource(j_decompress_ptr) {}
 }  // namespace
 
 void UseFileSource(j_decompress_ptr cinfo, FILE* file) {
-    auto* source = static_cast<FileSource*>((*cinfo->mem->alloc_small)(
-        reinterpret_cast<j_common_ptr>(cinfo), JPOOL_PERMANENT, sizeof(FileSource)));
+    auto* source = static_cast<BlockSource*>((*cinfo->mem->alloc_small)(
+        reinterpret_cast<j_common_ptr>(cinfo), JPOOL_PERMANENT, sizeof(BlockSource)));
     source->buffer = static_cast<JOCTET*>(
         (*cinfo->mem->alloc_large)(reinterpret_cast<j_common_ptr>(cinfo), JPOOL_PERMANENT, kBlock));
     source->file = file;
@@ -80,12 +89,35 @@ void UseFileSource(j_decompress_ptr cinfo, FILE* file) {
     source->base.next_input_byte = nullptr;
     source->fetched = 0;
     source->madeUpEnd = false;
+    source->check = nullptr;
     cinfo->src = &source->base;
 }
 
 uint64_t SourceOffset(j_decompress_ptr cinfo) {
-    const FileSource* source = Source(cinfo);
+    const BlockSource* source = Source(cinfo);
     return source->madeUpEnd ? kNoOffset : source->fetched - source->base.bytes_in_buffer;
+}
+
+void WatchScan(j_decompress_ptr cinfo, ScanCheck* check) {
+    BlockSource* source = Source(cinfo);
+    source->check = check;
+    if (check != nullptr) {
+        check->Feed(source->base.next_input_byte, source->base.bytes_in_buffer);
+    }
+}
+
+void FeedRest(j_decompress_ptr cinfo) {
+    const BlockSource* source = Source(cinfo);
+    const int fd = fileno(source->file);
+    const int64_t length = FileLength(fd);
+    MallocBlock block(kBlock);
+    for (uint64_t at = source->fetched; block && length >= 0 && at < static_cast<uint64_t>(length);
+         at += kBlock) {
+        const size_t count = static_cast<size_t>(std::min<uint64_t>(kBlock, length - at));
+        if (!ReadFully(fd, at, block.get(), count) || !source->check->Feed(block.get(), count)) {
+            return;
+        }
+    }
 }
 
 }  // namespace IQA
