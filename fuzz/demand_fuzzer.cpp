@@ -1,8 +1,9 @@
 // A batch run's preparation of a damaged photo: the photo is decoded only down to the rows whose
 // reduced bytes the SSIM reads, and the decode may end there once the rest of the file is proven
-// harmless. Whatever the damage, it must come to the outcome of a whole decode reduced plainly:
-// success or failure and the SSIM bit for bit; its decoder lines may only lack warnings, and only
-// when both succeed.
+// harmless; the thumbnail is compacted only as far as the SSIM reads, and wholly before it is
+// reduced itself. Whatever the damage and the sizes, it must come to the outcome of a whole
+// decode reduced plainly: success or failure and the SSIM bit for bit; its decoder lines may only
+// lack warnings, and only when both succeed.
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include <algorithm>
@@ -39,7 +40,7 @@ const std::vector<std::vector<unsigned char>>& Photos() {
 
 // Flips, inserts, removes or cuts bytes at positions the input chooses.
 std::vector<unsigned char> Damage(FuzzedDataProvider& input, std::vector<unsigned char> photo) {
-    const int edits = input.ConsumeIntegralInRange(1, 4);
+    const int edits = input.ConsumeIntegralInRange(0, 4);
     for (int i = 0; i < edits && !photo.empty(); ++i) {
         const size_t at = input.ConsumeIntegralInRange<size_t>(0, photo.size() - 1);
         const auto where = photo.begin() + static_cast<long>(at);
@@ -65,7 +66,6 @@ std::vector<unsigned char> Damage(FuzzedDataProvider& input, std::vector<unsigne
 
 struct Outcome {
     bool ok;
-    bool reduced;  // the photo had more pixels than the thumbnail
     double ssim;
     std::vector<std::string> lines;  // the JPEG decoder's
 };
@@ -81,24 +81,31 @@ std::vector<std::string> DecoderLines() {
     return lines;
 }
 
+// The preparation and SSIM stages' result worked out plainly from a whole decode: the image with
+// more pixels reduced to the other's size, the SSIM at the first image's size.
 Outcome Whole(const std::string& photo, const std::vector<unsigned char>& thumb, int tw, int th) {
     static std::vector<unsigned char> decoded(kCapacity);
-    std::vector<unsigned char> reduced(thumb.size());
     int w = 0, h = 0;
     const bool ok =
         IQA::IqaProcessData().JpegDecoder(photo.c_str(), decoded.data(), kCapacity, &w, &h) > 0;
-    // Only a photo with more pixels than the thumbnail is reduced, and only then compared here.
-    const bool reduce = ok && static_cast<int64_t>(w) * h > static_cast<int64_t>(tw) * th;
-    if (reduce) {
-        iqa_ref::DownScale(decoded.data(), w, h, reduced.data(), tw, th);
+    if (!ok) {
+        return {false, 0.0, DecoderLines()};
     }
-    const double ssim =
-        reduce ? IQA::IqaCompSim().CalculateRgbSsim(thumb.data(), reduced.data(), tw, th) : 0.0;
-    return {ok, reduce, ssim, DecoderLines()};
+    const int64_t thumbPixels = static_cast<int64_t>(tw) * th, photoPixels = int64_t{w} * h;
+    const bool thumbLarger = thumbPixels > photoPixels;
+    const int cw = thumbLarger ? w : tw, ch = thumbLarger ? h : th;
+    std::vector<unsigned char> reduced(static_cast<size_t>(cw) * ch * 3);
+    if (thumbLarger) {
+        iqa_ref::DownScale(thumb.data(), tw, th, reduced.data(), cw, ch);
+    } else if (thumbPixels < photoPixels) {
+        iqa_ref::DownScale(decoded.data(), w, h, reduced.data(), cw, ch);
+    }
+    const unsigned char* first = thumbLarger ? reduced.data() : thumb.data();
+    const unsigned char* second = thumbPixels < photoPixels ? reduced.data() : decoded.data();
+    return {true, IQA::IqaCompSim().CalculateRgbSsim(first, second, cw, ch), DecoderLines()};
 }
 
-Outcome Demanded(const std::string& thumbPath, const std::string& photo, bool reduce, int tw,
-                 int th) {
+Outcome Demanded(const std::string& thumbPath, const std::string& photo) {
     static std::vector<unsigned char> first(kCapacity), second(kCapacity);
     std::fill(first.begin(), first.end(), 0);
     std::fill(second.begin(), second.end(), 0);
@@ -111,10 +118,10 @@ Outcome Demanded(const std::string& thumbPath, const std::string& photo, bool re
     info.bufferSize = kCapacity;
     info.jpegDecoderType = IQA::DECODER_JPEG;
     const bool ok = IQA::Prepare(info, {&firstRun, &secondRun, IQA::BlockSsimReach});
-    const double ssim =
-        ok && reduce ? IQA::IqaCompSim().CalculateRgbSsim(first.data(), second.data(), tw, th)
-                     : 0.0;
-    return {ok, reduce, ssim, DecoderLines()};
+    const double ssim = ok ? IQA::IqaCompSim().CalculateRgbSsim(first.data(), second.data(),
+                                                                info.thumbWidth, info.thumbHeight)
+                           : 0.0;
+    return {ok, ssim, DecoderLines()};
 }
 
 // True when `fewer` is `lines` with some of them left out, all after the first ("output width
@@ -146,16 +153,20 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FuzzedDataProvider input(data, size);
     const auto& photos = Photos();
     const auto& base = photos[input.ConsumeIntegralInRange<size_t>(0, photos.size() - 1)];
-    const int tw = input.ConsumeIntegralInRange(1, kWidth),
-              th = input.ConsumeIntegralInRange(1, 48);
+    // Mostly smaller than the photo, as a camera's are; larger ones are reduced in its place.
+    const int tw = input.ConsumeIntegralInRange(1, 2 * kWidth);
+    const int th = input.ConsumeIntegralInRange(1, kHeight);
     iqa_fuzz::WriteScratch(Damage(input, base));
     const std::string thumbPath = iqa_fuzz::ScratchPath() + ".thumbnail";
-    const std::vector<unsigned char> thumb(static_cast<size_t>(tw) * th * 3, 0x80);
+    std::vector<unsigned char> thumb(static_cast<size_t>(tw) * th * 3);
+    for (size_t i = 0; i < thumb.size(); ++i) {
+        thumb[i] = static_cast<unsigned char>(i * 7 + i / 97);
+    }
     iqa_tools::WriteWholeFile(thumbPath, iqa_tools::ThumbnailFile(tw, th, thumb));
 
     iqa_fuzz::Logged().clear();
     const Outcome whole = Whole(iqa_fuzz::ScratchPath(), thumb, tw, th);
-    const Outcome demanded = Demanded(thumbPath, iqa_fuzz::ScratchPath(), whole.reduced, tw, th);
+    const Outcome demanded = Demanded(thumbPath, iqa_fuzz::ScratchPath());
     unlink(thumbPath.c_str());
     IQA_FUZZ_CHECK(demanded.ok == whole.ok);
     IQA_FUZZ_CHECK(demanded.ssim == whole.ssim);

@@ -29,9 +29,10 @@ struct ImageView {
     RunBuffer* run;
 };
 
-// Decoder's dispatch; a JPEG's rows go to `sink` when one is given, else to the buffer.
+// Decoder's dispatch; a JPEG's rows go to `sink` when one is given, else to the buffer. `next`
+// says what of a thumbnail the next stage reads.
 long long Dispatch(const DecoderInfo& info, unsigned char* buffer, RunBuffer* run,
-                   JpegRowSink* sink, int* width, int* height) {
+                   JpegRowSink* sink, ReadExtent next, int* width, int* height) {
     IQA_LOG_OP(ANDROID_LOG_INFO, kTagProcessData, "Decoder", "begin decoder");
     switch (info.decoderType) {
         case DECODER_JPEG: {
@@ -40,7 +41,7 @@ long long Dispatch(const DecoderInfo& info, unsigned char* buffer, RunBuffer* ru
                                   sink != nullptr ? *sink : plain, width, height);
         }
         case DECODER_THUMBNAIL:
-            return DecodeThumbnailFile(info.path.c_str(), buffer, info.bufferSize, run, width,
+            return DecodeThumbnailFile(info.path.c_str(), buffer, info.bufferSize, run, next, width,
                                        height);
         default:
             return 0;
@@ -48,9 +49,10 @@ long long Dispatch(const DecoderInfo& info, unsigned char* buffer, RunBuffer* ru
 }
 
 bool DecodeInto(const IqaImageInfo& info, const ImageView& image, int decoderType,
-                JpegRowSink* sink) {
-    const long long count = Dispatch(DecoderInfo{image.path, info.bufferSize, decoderType},
-                                     image.buffer, image.run, sink, &image.width, &image.height);
+                JpegRowSink* sink, ReadExtent next) {
+    const long long count =
+        Dispatch(DecoderInfo{image.path, info.bufferSize, decoderType}, image.buffer, image.run,
+                 sink, next, &image.width, &image.height);
     return count >= 1 && image.width >= 1 && image.height >= 1;
 }
 
@@ -82,7 +84,8 @@ bool Prepare(IqaImageInfo& info, const RunInputs& run) {
                           run.first};
     const ImageView second{info.jpegPath, info.jpegBuffer, info.jpegWidth, info.jpegHeight,
                            run.second};
-    if (!DecodeInto(info, first, info.thumbDecoderType, nullptr)) {
+    // The next stage compares at the first image's size, unless that one is reduced (below).
+    if (!DecodeInto(info, first, info.thumbDecoderType, nullptr, run.next)) {
         IQA_LOG_OP(ANDROID_LOG_ERROR, kTagProcessData, kOperation, "Decoder failed");
         return false;
     }
@@ -91,7 +94,7 @@ bool Prepare(IqaImageInfo& info, const RunInputs& run) {
     const size_t demand = run.next != nullptr ? run.next(first.width, first.height) : kWholeImage;
     ReducingRowSink sink(second.buffer, first.width, first.height, second.buffer, second.run,
                          demand);
-    if (!DecodeInto(info, second, info.jpegDecoderType, &sink)) {
+    if (!DecodeInto(info, second, info.jpegDecoderType, &sink, nullptr)) {
         IQA_LOG_OP(ANDROID_LOG_ERROR, kTagProcessData, kOperation, "Decoder failed");
         return false;
     }
@@ -105,6 +108,7 @@ bool Prepare(IqaImageInfo& info, const RunInputs& run) {
     IQA_LOG_OP(ANDROID_LOG_INFO, kTagProcessData, kOperation, "begin downscale jpeg %s",
                large.path.c_str());
     size_t reducedBytes = RgbBytes(small);
+    FinishThumbnail(large.run);
     if (sink.reduced()) {
         reducedBytes = sink.written();
     } else if (!ReduceInto(large, small, reducedBytes)) {
@@ -124,7 +128,7 @@ IqaProcessData::~IqaProcessData() = default;
 
 long long IqaProcessData::Decoder(DecoderInfo info, unsigned char* buffer, int* width,
                                   int* height) {
-    return Dispatch(info, buffer, nullptr, nullptr, width, height);
+    return Dispatch(info, buffer, nullptr, nullptr, nullptr, width, height);
 }
 
 bool IqaProcessData::ProcessImage(IqaImageInfo& info) {

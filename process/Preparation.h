@@ -10,10 +10,6 @@
 
 namespace IQA {
 
-// How many leading bytes of each buffer a stage reads when it compares two images of
-// width x height pixels.
-using ReadExtent = size_t (*)(int width, int height);
-
 // What a batch run hands its preparation stage besides the record: its two buffers (behind the
 // record's thumbBuffer and jpegBuffer) and what the next stage reads. A host's call has none.
 struct RunInputs {

@@ -8,6 +8,7 @@
 #define IQA_PROCESS_RUN_BUFFER_H
 
 #include <cstddef>
+#include <cstdint>
 
 namespace IQA {
 
@@ -16,7 +17,15 @@ struct RunBuffer {
     size_t capacity;
     size_t dirty = 0;   // bytes from here on are zero
     size_t mapped = 0;  // bytes whose pages were asked for
+    // A thumbnail compacted only as far as the next stage reads: its pixels [rawFrom, rawTo)
+    // still stand as 4 raw bytes each, at 4 x their index, until FinishThumbnail compacts them.
+    int64_t rawFrom = 0;
+    int64_t rawTo = 0;
 };
+
+// How many leading bytes of each buffer a stage reads when it compares two images of
+// width x height pixels.
+using ReadExtent = size_t (*)(int width, int height);
 
 // A writer is about to write all of bytes [0, end) of the run's buffer `run` (null: a caller's
 // own, left alone): what an earlier photo left beyond end is cleared with memset_s now, and its

@@ -42,13 +42,14 @@ IQA_KERNEL_CLONES void DropFourthBytes(const unsigned char* __restrict raw, int6
     }
 }
 
-// Reads the raw pixels block by block and writes them compacted. A whole read compacted in place
+// Reads the raw pixels and writes the first `compact` of them compacted, block by block; the
+// others are read raw straight into place, at 4 x their index. A whole read compacted in place
 // would leave the last quarter of the raw bytes behind the image; so does this with keepTail.
-bool ReadPixels(FILE* file, unsigned char* block, int64_t pixels, unsigned char* buffer,
-                bool keepTail) {
+bool ReadPixels(FILE* file, unsigned char* block, int64_t pixels, int64_t compact,
+                unsigned char* buffer, bool keepTail) {
     const size_t image = static_cast<size_t>(pixels) * 3;
-    for (int64_t done = 0; done < pixels;) {
-        const int64_t count = std::min<int64_t>(kBlockPixels, pixels - done);
+    for (int64_t done = 0; done < compact;) {
+        const int64_t count = std::min<int64_t>(kBlockPixels, compact - done);
         const size_t bytes = static_cast<size_t>(count) * kRawPixelBytes;
         if (fread(block, 1, bytes, file) != bytes) {
             return false;
@@ -61,7 +62,19 @@ bool ReadPixels(FILE* file, unsigned char* block, int64_t pixels, unsigned char*
         }
         done += count;
     }
-    return true;
+    const size_t raw = static_cast<size_t>(pixels - compact) * kRawPixelBytes;
+    return fread(buffer + static_cast<size_t>(compact) * kRawPixelBytes, 1, raw, file) == raw;
+}
+
+// Pixels to compact at once in a run's buffer: those holding the bytes the next stage reads, and
+// at least the 3 that let FinishThumbnail's first piece move (it never writes over raw bytes).
+int64_t CompactNow(int32_t w, int32_t h, int64_t pixels, const RunBuffer* run, ReadExtent next) {
+    constexpr int64_t kLeastCompacted = 3;
+    if (run == nullptr || next == nullptr) {
+        return pixels;
+    }
+    const int64_t read = static_cast<int64_t>((next(w, h) + 2) / 3);
+    return std::min(pixels, std::max(read, kLeastCompacted));
 }
 
 // True when 4 x pixels raw bytes fit the capacity; a negative count never does. Written so
@@ -73,8 +86,11 @@ bool RawPixelsFit(int64_t pixels, unsigned long long bufferSize) {
 }  // namespace
 
 long long DecodeThumbnailFile(const char* path, unsigned char* buffer,
-                              unsigned long long bufferSize, RunBuffer* run, int* width,
-                              int* height) {
+                              unsigned long long bufferSize, RunBuffer* run, ReadExtent next,
+                              int* width, int* height) {
+    if (run != nullptr) {
+        run->rawFrom = run->rawTo = 0;
+    }
     const ResolvedPath resolved(path);
     if (!resolved.ok) {
         IQA_LOG_OP(ANDROID_LOG_ERROR, kTagProcessData, kOperation, "Failed to resolve path%s.",
@@ -99,13 +115,19 @@ long long DecodeThumbnailFile(const char* path, unsigned char* buffer,
         IQA_LOG_OP(ANDROID_LOG_ERROR, kTagProcessData, kOperation, "buffer size too small!");
         return 0;
     }
-    const size_t rgbBytes = static_cast<size_t>(pixels) * 3;
-    IQA_CHECK_COPY_AS(kTagProcessData, kOperation, Rewrite(run, rgbBytes));
+    const int64_t compact = CompactNow(w, h, pixels, run, next);
+    const size_t written = static_cast<size_t>(pixels) * (compact < pixels ? kRawPixelBytes : 3);
+    IQA_CHECK_COPY_AS(kTagProcessData, kOperation, Rewrite(run, written));
     if (fseek(file.get(), kHeaderSize, SEEK_SET) != 0 ||
-        !ReadPixels(file.get(), header.get() + kHeaderSize, pixels, buffer, run == nullptr)) {
+        !ReadPixels(file.get(), header.get() + kHeaderSize, pixels, compact, buffer,
+                    run == nullptr)) {
         IQA_LOG_OP(ANDROID_LOG_ERROR, kTagProcessData, kOperation, "Failed to read file : %s.",
                    path);
         return 0;
+    }
+    if (run != nullptr) {
+        run->rawFrom = compact;
+        run->rawTo = pixels;
     }
     *width = w;
     *height = h;
@@ -113,9 +135,23 @@ long long DecodeThumbnailFile(const char* path, unsigned char* buffer,
     return pixels;
 }
 
+void FinishThumbnail(RunBuffer* run) {
+    if (run == nullptr) {
+        return;
+    }
+    // In place, ascending, in pieces whose raw bytes lie wholly behind where they are written:
+    // pixels [i, i + n) with 3 (i + n) <= 4 i, so each piece may be a third longer than the last.
+    for (int64_t i = run->rawFrom; i < run->rawTo;) {
+        const int64_t count = std::min(run->rawTo - i, i / 3);
+        DropFourthBytes(run->data + i * kRawPixelBytes, count, run->data + i * 3);
+        i += count;
+    }
+    run->rawFrom = run->rawTo;
+}
+
 long long IqaProcessData::ThumbnailDecoder(const char* path, unsigned char* buffer,
                                            unsigned long long bufferSize, int* width, int* height) {
-    return DecodeThumbnailFile(path, buffer, bufferSize, nullptr, width, height);
+    return DecodeThumbnailFile(path, buffer, bufferSize, nullptr, nullptr, width, height);
 }
 
 }  // namespace IQA

@@ -12,6 +12,7 @@
 #include "RunBuffer.h"
 #include "SafeCopy.h"
 #include "TaskManagerConstants.h"
+#include "ThumbnailFile.h"
 
 namespace IQA {
 
@@ -47,6 +48,11 @@ class RunBuffers {
     unsigned char* thumb() const { return thumb_.get(); }
     // For the stock chain: the buffers behind the record, and what the SSIM stage reads.
     RunInputs Inputs() { return RunInputs{&thumbState_, &photoState_, BlockSsimReach}; }
+    // The thumbnail whole, for the reply: the stock chain compacts only what the SSIM reads.
+    const unsigned char* WholeThumbnail() {
+        FinishThumbnail(&thumbState_);
+        return thumb_.get();
+    }
 
   private:
     MallocBlock photo_;
@@ -144,7 +150,7 @@ void IqaTaskManager::IqaProc(const std::string& cacheFolder, const std::string& 
             IQA_LOGI(kTagTaskManager, "img %s with high similarity : ssim %lf", photoPath.c_str(),
                      result.ssim);
         } else {
-            IqaReply(name, buffers.thumb(), result.width, result.height);
+            IqaReply(name, buffers.WholeThumbnail(), result.width, result.height);
             IQA_LOGI(kTagTaskManager, "img %s with low similarity : ssim %lf", photoPath.c_str(),
                      result.ssim);
         }

@@ -49,8 +49,8 @@ TEST_F(Decoders, ThumbnailDropsFourthByte) {
         IQA::RunBuffer run{buffer.data(), buffer.size()};
         log.Clear();
         EXPECT_EQ(w * h, IQA::DecodeThumbnailFile(dir.File("b.thumbnail").c_str(), buffer.data(),
-                                                  buffer.size(), tracked ? &run : nullptr, &width,
-                                                  &height));
+                                                  buffer.size(), tracked ? &run : nullptr, nullptr,
+                                                  &width, &height));
         EXPECT_EQ((std::vector<int>{w, h}), (std::vector<int>{width, height}));
         EXPECT_EQ((std::vector<std::string>{"[ThumbnailDecoder]:output width 211, height 173\n"}),
                   log.Lines());
