@@ -23,7 +23,7 @@ namespace {
 const std::string kCamera = "storage/emulated/0/DCIM/Camera";
 
 std::string Label(const Photo& p) {
-    return std::to_string(p.width) + "x" + std::to_string(p.height) + (p.fullChroma ? "_444" : "");
+    return Name(p) + (p.fullChroma ? "_444" : "");
 }
 
 template <typename T, typename Make>
@@ -40,9 +40,16 @@ const T& Cached(const Photo& photo, Make make) {
 }  // namespace
 
 const std::vector<Photo>& Photos() {
-    static const std::vector<Photo> photos = {{4000, 3000, false, "camera 12 MP, 4:2:0"},
-                                              {4032, 3024, true, "4:3 12 MP crop, 4:4:4"}};
+    static const std::vector<Photo> photos = {
+        {4000, 3000, false, false, "camera 12 MP, 4:2:0"},
+        {4032, 3024, true, false, "4:3 12 MP crop, 4:4:4"},
+        {4000, 3000, false, true, "camera 12 MP, 4:2:0, progressive"}};
     return photos;
+}
+
+std::string Name(const Photo& photo) {
+    return std::to_string(photo.width) + "x" + std::to_string(photo.height) +
+           (photo.progressive ? "-progressive" : "");
 }
 
 const std::string& WorkDir() {
@@ -65,6 +72,7 @@ const std::string& PhotoJpegPath(const Photo& photo) {
         const std::string path = WorkDir() + "/photo_" + Label(photo) + ".jpg";
         iqa_tools::JpegOptions options;
         options.fullChroma = photo.fullChroma;
+        options.progressive = photo.progressive;
         iqa_tools::WriteWholeFile(path, iqa_tools::EncodeJpeg(PhotoRgb(photo), photo.width,
                                                               photo.height, 3, 92, options));
         return path;
@@ -124,7 +132,8 @@ void CameraRoot::Restock() const {
 
 namespace {
 
-// Opens the photo through `source` and decompresses it to RGB; `rows` reads the scanlines.
+// Opens the photo through `source` and decompresses it to RGB; `rows` reads the scanlines and
+// says whether the decompression is to be finished (rather than abandoned).
 template <typename ReadRows>
 void Decompress(const std::string& path, FloorSource source, FloorBuffers* buffers, ReadRows rows) {
     FILE* file = nullptr;
@@ -142,8 +151,9 @@ void Decompress(const std::string& path, FloorSource source, FloorBuffers* buffe
     jpeg_read_header(&cinfo, TRUE);
     cinfo.out_color_space = JCS_RGB;
     jpeg_start_decompress(&cinfo);
-    rows(cinfo);
-    jpeg_finish_decompress(&cinfo);
+    if (rows(cinfo)) {
+        jpeg_finish_decompress(&cinfo);
+    }
     jpeg_destroy_decompress(&cinfo);
     if (file != nullptr) {
         fclose(file);
@@ -166,6 +176,7 @@ void FloorDecode(const std::string& path, FloorSource source, FloorBuffers* buff
             }
             jpeg_read_scanlines(&cinfo, rows, count);
         }
+        return true;
     });
 }
 
@@ -190,13 +201,7 @@ void RegionDecode(const std::string& path, FloorSource source, int width, int he
         while (cinfo.output_scanline < last) {
             jpeg_read_scanlines(&cinfo, rows, std::min(kStripRows, last - cinfo.output_scanline));
         }
-        // Skipping to the very end would leave the rows before it undecoded: the last is read.
-        if (cinfo.output_scanline + 1 < cinfo.output_height) {
-            jpeg_skip_scanlines(&cinfo, cinfo.output_height - 1 - cinfo.output_scanline);
-        }
-        while (cinfo.output_scanline < cinfo.output_height) {
-            jpeg_read_scanlines(&cinfo, rows, 1);
-        }
+        return false;
     });
 }
 

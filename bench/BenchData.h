@@ -13,12 +13,17 @@ using Bytes = std::vector<unsigned char>;
 struct Photo {
     int width;
     int height;
-    bool fullChroma;  // 4:4:4; otherwise the encoder's 4:2:0
+    bool fullChroma;   // 4:4:4; otherwise the encoder's 4:2:0
+    bool progressive;  // one scan otherwise
     const char* what;
 };
 
-// The camera's 4000 x 3000 4:2:0 photo first, then a 4:3 12 MP 4:4:4 photo.
+// The camera's 4000 x 3000 4:2:0 photo first, then a 4:3 12 MP 4:4:4 photo, then the first one
+// encoded progressive, whose decode a batch run cannot end early.
 const std::vector<Photo>& Photos();
+
+// "WxH", with "-progressive" for a progressive photo.
+std::string Name(const Photo& photo);
 
 // A folder of the benchmark's own, in memory when the system has a RAM file system: durable
 // writes then cost what the library computes, not what the disk takes to answer an fsync.
@@ -65,9 +70,9 @@ struct FloorBuffers {
 void FloorDecode(const std::string& path, FloorSource source, FloorBuffers* buffers);
 
 // The least a batch run can cost, whatever the library does: libjpeg decoding only the columns
-// [0, width) and rows [0, height) its box reduction reads, cropped and skipped as the library
-// does it, batch after batch into one small strip whose rows start off a 16-byte boundary, so
-// that libjpeg writes them into the cache.
+// [0, width) and rows [0, height) whose reduced bytes the SSIM reads, cropped as the library does
+// it, batch after batch into one small strip whose rows start off a 16-byte boundary (so that
+// libjpeg writes them into the cache), and then stopping.
 void RegionDecode(const std::string& path, FloorSource source, int width, int height,
                   FloorBuffers* buffers);
 

@@ -3,8 +3,9 @@
 // so a busy moment of the machine falls on all of them alike. Prints one line per pair that a
 // script can read, "ratio <thumbnail WxH> <photo WxH> <batch ms> <floor ms> <ratio>"; then per
 // pair the bound, "bound <thumbnail WxH> <photo WxH> <region ms> <floor ms> <ratio>": libjpeg
-// decoding only the region the reduction reads, the least a batch run can cost on this machine
-// whatever the library does; then the memory a run adds at its peak and the reply's cost.
+// decoding only the rows whose reduced bytes the SSIM reads and stopping there, the least a batch
+// run can cost on this machine whatever the library does; then the memory a run adds at its peak
+// and the reply's cost. A progressive photo is named WxH-progressive.
 #include <android/log.h>
 #include <unistd.h>
 
@@ -20,6 +21,7 @@
 #include <vector>
 
 #include "BenchData.h"
+#include "BlockSsim.h"
 #include "CameraFiles.h"
 #include "IqaTaskManager.h"
 
@@ -116,8 +118,12 @@ void Measure(const Photo& photo, int rounds) {
         return Milliseconds([&] { iqa_bench::FloorDecode(jpeg, source, &floorBuffers); });
     };
     const auto decodeRegion = [&](FloorSource source, const int* thumbnail) {
+        // The photo rows of the reduced rows that hold every byte the SSIM reads.
         const int k = photo.width / thumbnail[0];
-        const int rows = std::min(photo.height, k * thumbnail[1]);
+        const size_t rowBytes = static_cast<size_t>(thumbnail[0]) * 3;
+        const size_t reduced =
+            (IQA::BlockSsimReach(thumbnail[0], thumbnail[1]) + rowBytes - 1) / rowBytes;
+        const int rows = std::min(photo.height, k * static_cast<int>(reduced));
         return Milliseconds(
             [&] { iqa_bench::RegionDecode(jpeg, source, k * thumbnail[0], rows, &floorBuffers); });
     };
@@ -146,7 +152,7 @@ void Measure(const Photo& photo, int rounds) {
     }
     const double memoryMs = Median(times[0]), stdioMs = Median(times[1]);
     const double floorMs = std::min(memoryMs, stdioMs);
-    const std::string size = std::to_string(photo.width) + "x" + std::to_string(photo.height);
+    const std::string size = iqa_bench::Name(photo);
     for (size_t t = 0; t < roots.size(); ++t) {
         const double batch = Median(times[2 + 3 * t]);
         printf("ratio %dx%d %s %.2f %.2f %.3f\n", kThumbnails[t][0], kThumbnails[t][1],
@@ -197,13 +203,13 @@ void Profile(const Photo& photo, int variant, int runs) {
 
 constexpr const char* kUsage =
     "usage: iqa_ratio [--rounds N]        (N >= 1, default 11)\n"
-    "       iqa_ratio --profile P V RUNS  (photo P 0 or 1; V 0: batch runs with a 1280x960\n"
+    "       iqa_ratio --profile P V RUNS  (photo P 0 to 2; V 0: batch runs with a 1280x960\n"
     "                                      thumbnail, 1: with a 320x240 one, 2: floor decodes)\n";
 
 int Run(int argc, char** argv) {
     if (argc == 5 && std::strcmp(argv[1], "--profile") == 0) {
         const int p = std::atoi(argv[2]), v = std::atoi(argv[3]);
-        if (p < 0 || p > 1 || v < 0 || v > 2) {
+        if (p < 0 || p >= static_cast<int>(iqa_bench::Photos().size()) || v < 0 || v > 2) {
             fputs(kUsage, stderr);
             return 2;
         }
@@ -222,7 +228,7 @@ int Run(int argc, char** argv) {
     printf("machine %s\nrounds %d after a warm-up round; medians; work folder %s\n",
            Machine().c_str(), rounds, iqa_bench::WorkDir().c_str());
     for (const Photo& photo : iqa_bench::Photos()) {
-        printf("photo %dx%d (%s)\n", photo.width, photo.height, photo.what);
+        printf("photo %s (%s)\n", iqa_bench::Name(photo).c_str(), photo.what);
         Measure(photo, rounds);
     }
     return 0;
