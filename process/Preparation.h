@@ -20,7 +20,8 @@ struct RunInputs {
 
 // IqaProcessData::ProcessImage. With `next`, a second image that is a JPEG with more pixels than
 // the first is decoded and reduced only as far as the next stage reads, and its decode may end
-// early.
+// early; a first image that is a raw thumbnail is compacted only as far as the next stage reads
+// (FinishThumbnail completes it for any other reader).
 bool Prepare(IqaImageInfo& info, const RunInputs& run);
 
 }  // namespace IQA
