@@ -1,12 +1,14 @@
 // The hooked file system calls and the regular-file rule for opening.
 #include "FileCalls.h"
 
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
+#include <thread>
 
 namespace IQA {
 
@@ -15,21 +17,21 @@ namespace {
 std::atomic<FileCallHook> gHook{nullptr};
 
 // 0 when the call may go ahead; otherwise errno is set and the call must fail.
-int Intercept(FileCall call, size_t* count = nullptr) {
+int Intercept(const FileCallInfo& info, size_t* count = nullptr) {
     const FileCallHook hook = gHook.load();
     if (hook == nullptr) {
         return 0;
     }
     size_t unused = 0;
-    if (const int error = hook(call, count != nullptr ? count : &unused)) {
+    if (const int error = hook(info, count != nullptr ? count : &unused)) {
         errno = error;
         return error;
     }
     return 0;
 }
 
-int OpenChecked(const char* path, int flags, mode_t mode) {
-    if (Intercept(FileCall::kOpen) != 0) {
+int OpenChecked(FileCall call, const char* path, int flags, mode_t mode) {
+    if (Intercept({call, -1, path}) != 0) {
         return -1;
     }
     // O_NONBLOCK: opening a FIFO for reading would otherwise wait for a writer for ever.
@@ -53,11 +55,11 @@ void SetFileCallHook(FileCallHook hook) {
 }
 
 int OpenRegularFile(const char* path, int flags) {
-    return OpenChecked(path, flags, 0);
+    return OpenChecked(FileCall::kOpen, path, flags, 0);
 }
 
 int CreateFile(const char* path) {
-    return OpenChecked(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW, 0644);
+    return OpenChecked(FileCall::kCreate, path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW, 0644);
 }
 
 void CloseFile(int fd) {
@@ -75,7 +77,7 @@ bool ReadFully(int fd, uint64_t offset, void* out, size_t count) {
     auto* bytes = static_cast<unsigned char*>(out);
     while (count > 0) {
         size_t chunk = count;
-        if (Intercept(FileCall::kRead, &chunk) != 0) {
+        if (Intercept({FileCall::kRead, fd, nullptr, nullptr, offset}, &chunk) != 0) {
             return false;
         }
         const ssize_t n = pread(fd, bytes, chunk, static_cast<off_t>(offset));
@@ -94,7 +96,7 @@ bool WriteFully(int fd, uint64_t offset, const void* data, size_t count) {
     const auto* bytes = static_cast<const unsigned char*>(data);
     while (count > 0) {
         size_t chunk = count;
-        if (Intercept(FileCall::kWrite, &chunk) != 0) {
+        if (Intercept({FileCall::kWrite, fd, nullptr, nullptr, offset, bytes}, &chunk) != 0) {
             return false;
         }
         const ssize_t n = pwrite(fd, bytes, chunk, static_cast<off_t>(offset));
@@ -110,11 +112,11 @@ bool WriteFully(int fd, uint64_t offset, const void* data, size_t count) {
 }
 
 bool SyncFile(int fd) {
-    return Intercept(FileCall::kSync) == 0 && fsync(fd) == 0;
+    return Intercept({FileCall::kSync, fd}) == 0 && fsync(fd) == 0;
 }
 
 bool SyncFolder(const char* folder) {
-    if (Intercept(FileCall::kSync) != 0) {
+    if (Intercept({FileCall::kSyncFolder, -1, folder}) != 0) {
         return false;
     }
     const int fd = open(folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
@@ -126,8 +128,26 @@ bool SyncFolder(const char* folder) {
     return synced;
 }
 
+bool LockExclusive(int fd, std::chrono::milliseconds wait) {
+    constexpr std::chrono::milliseconds kPoll{1};
+    const auto deadline = std::chrono::steady_clock::now() + wait;
+    for (;;) {
+        if (flock(fd, LOCK_EX | LOCK_NB) == 0) {
+            return true;
+        }
+        if (errno != EWOULDBLOCK && errno != EINTR) {
+            return true;  // no locks on this file system: nothing to wait for
+        }
+        if (std::chrono::steady_clock::now() >= deadline) {
+            errno = EWOULDBLOCK;
+            return false;
+        }
+        std::this_thread::sleep_for(kPoll);
+    }
+}
+
 bool ReserveSpace(int fd, uint64_t offset, uint64_t length) {
-    if (Intercept(FileCall::kAllocate) != 0) {
+    if (Intercept({FileCall::kAllocate, fd, nullptr, nullptr, offset}) != 0) {
         return false;
     }
 #ifdef FALLOC_FL_KEEP_SIZE
@@ -142,20 +162,24 @@ bool ReserveSpace(int fd, uint64_t offset, uint64_t length) {
 }
 
 bool RenameFile(const char* from, const char* to) {
-    return Intercept(FileCall::kRename) == 0 && rename(from, to) == 0;
+    return Intercept({FileCall::kRename, -1, from, to}) == 0 && rename(from, to) == 0;
 }
 
 bool UnlinkFile(const char* path) {
-    return Intercept(FileCall::kUnlink) == 0 && (unlink(path) == 0 || errno == ENOENT);
+    return Intercept({FileCall::kUnlink, -1, path}) == 0 && (unlink(path) == 0 || errno == ENOENT);
 }
 
-bool MakeFolder(const char* path, mode_t mode) {
-    if (Intercept(FileCall::kMakeFolder) != 0) {
+bool MakeFolder(const char* path, mode_t mode, bool* made) {
+    if (Intercept({FileCall::kMakeFolder, -1, path}) != 0) {
         return false;
     }
     struct stat status = {};
-    if (mkdir(path, mode) != 0 && errno != EEXIST) {
+    const bool now = mkdir(path, mode) == 0;
+    if (!now && errno != EEXIST) {
         return false;
+    }
+    if (made != nullptr) {
+        *made = now;
     }
     return lstat(path, &status) == 0 && S_ISDIR(status.st_mode);
 }

@@ -7,16 +7,40 @@
 #include <fcntl.h>
 #include <sys/types.h>
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 
 namespace IQA {
 
-enum class FileCall { kOpen, kRead, kWrite, kSync, kAllocate, kRename, kUnlink, kMakeFolder };
+enum class FileCall {
+    kOpen,
+    kCreate,
+    kRead,
+    kWrite,
+    kSync,
+    kSyncFolder,
+    kAllocate,
+    kRename,
+    kUnlink,
+    kMakeFolder
+};
+
+// What a call is about to do, as the hook sees it: enough for a test to rebuild what storage
+// holds after any call (which file each write goes to, which folder's entries a sync keeps).
+struct FileCallInfo {
+    FileCall call;
+    int fd = -1;                 // the open file a read, write, sync or allocation is on
+    const char* path = nullptr;  // the name opened, created, unlinked, made, synced (a folder)
+                                 // or renamed
+    const char* to = nullptr;    // a rename's new name
+    uint64_t offset = 0;         // where a read or write starts
+    const void* data = nullptr;  // what a write writes
+};
 
 // Runs before every call below. Returns 0 to let it go ahead, or an errno value the call then
 // fails with; for kRead and kWrite it may lower *count, which makes the call a short one.
-using FileCallHook = int (*)(FileCall call, size_t* count);
+using FileCallHook = int (*)(const FileCallInfo& info, size_t* count);
 // Tests only; null removes the hook. Process-wide, since the worker thread dumps too.
 void SetFileCallHook(FileCallHook hook);
 
@@ -50,14 +74,18 @@ bool WriteFully(int fd, uint64_t offset, const void* bytes, size_t count);
 bool SyncFile(int fd);
 // Makes the entries of `folder` (a creation, rename or removal) durable.
 bool SyncFolder(const char* folder);
+// Takes an exclusive lock on the open file, waiting at most `wait` for another holder, in this
+// process or another, to let it go. True when the lock is held (until the file is closed) or the
+// file system has no locks to take; false, with errno EWOULDBLOCK, when the wait ran out.
+bool LockExclusive(int fd, std::chrono::milliseconds wait);
 // Reserves storage for bytes [offset, offset + length) without changing the file's length, so a
 // full disk shows before anything is written. A file system that cannot reserve counts as done.
 bool ReserveSpace(int fd, uint64_t offset, uint64_t length);
 bool RenameFile(const char* from, const char* to);
 // True when `path` is gone afterwards (ENOENT counts as done).
 bool UnlinkFile(const char* path);
-// True when `path` is a folder afterwards.
-bool MakeFolder(const char* path, mode_t mode);
+// True when `path` is a folder afterwards; *made (when given) says whether this call made it.
+bool MakeFolder(const char* path, mode_t mode, bool* made = nullptr);
 
 }  // namespace IQA
 

@@ -23,26 +23,33 @@ namespace {
 constexpr char kFolderName[] = "iqathumb";
 constexpr char kSuffix[] = ".iqajournal";
 constexpr char kUnfinished[] = ".new";  // behind kSuffix while the journal is being written
-constexpr unsigned char kMagic[8] = {'I', 'Q', 'A', 'J', 'R', 'N', 'L', '1'};
-constexpr size_t kFields = 6;
+// The format written now, and the first one, whose journals are still replayed: it named the
+// photo's device and inode too, which a copy or a remount changes.
+constexpr unsigned char kMagic[8] = {'I', 'Q', 'A', 'J', 'R', 'N', 'L', '2'};
+constexpr unsigned char kFirstMagic[8] = {'I', 'Q', 'A', 'J', 'R', 'N', 'L', '1'};
+constexpr size_t kFields = 4;
+constexpr size_t kFirstFields = 6;
 constexpr size_t kHeaderBytes = sizeof(kMagic) + 8 * kFields;
 constexpr size_t kChecksumBytes = 8;
-constexpr uint64_t kFingerprintSpan = 4096;
+constexpr uint64_t kFirstPrefixSpan = 4096;
 constexpr mode_t kFolderMode = 0775;               // as the batch run creates the backup folder
 constexpr const char* kRecovery = "RecoverDumps";  // the operation every recovery line names
+
+constexpr uint64_t kFnvBasis = 0xcbf29ce484222325ULL;
+constexpr uint64_t kFnvPrime = 0x100000001b3ULL;
 
 // 64-bit FNV-1a: enough to tell a journal damaged on storage or made by someone else from ours.
 class Checksum {
   public:
     void Add(const unsigned char* bytes, size_t count) {
         for (size_t i = 0; i < count; ++i) {
-            value_ = (value_ ^ bytes[i]) * 0x100000001b3ULL;
+            value_ = (value_ ^ bytes[i]) * kFnvPrime;
         }
     }
     uint64_t value() const { return value_; }
 
   private:
-    uint64_t value_ = 0xcbf29ce484222325ULL;
+    uint64_t value_ = kFnvBasis;
 };
 
 void PutU64(unsigned char* out, uint64_t value) {
@@ -61,38 +68,68 @@ uint64_t GetU64(const unsigned char* in) {
 
 void Encode(const JournalHeader& h, unsigned char* out) {
     std::memcpy(out, kMagic, sizeof(kMagic));
-    const uint64_t fields[kFields] = {h.device, h.inode,       h.oldLength,
-                                      h.offset, h.fingerprint, h.tailLength};
+    const uint64_t fields[kFields] = {h.oldLength, h.offset, h.prefix, h.tailLength};
     for (size_t i = 0; i < kFields; ++i) {
         PutU64(out + sizeof(kMagic) + 8 * i, fields[i]);
     }
 }
 
-// A whole journal of `size` bytes: magic, header, tail, and a checksum that matches.
-bool Decode(const unsigned char* bytes, size_t size, JournalHeader* h) {
-    if (size < kHeaderBytes + kChecksumBytes || std::memcmp(bytes, kMagic, sizeof(kMagic)) != 0) {
+// A whole journal of `size` bytes, of either format: magic, header, tail, and a checksum that
+// matches. *tailAt is where its tail starts.
+bool Decode(const unsigned char* bytes, size_t size, JournalHeader* h, size_t* tailAt) {
+    const bool first =
+        size >= sizeof(kFirstMagic) && std::memcmp(bytes, kFirstMagic, sizeof(kFirstMagic)) == 0;
+    const size_t fields = first ? kFirstFields : kFields;
+    *tailAt = sizeof(kMagic) + 8 * fields;
+    if (size < *tailAt + kChecksumBytes ||
+        (!first && std::memcmp(bytes, kMagic, sizeof(kMagic)) != 0)) {
         return false;
     }
-    uint64_t* fields[kFields] = {&h->device, &h->inode,       &h->oldLength,
-                                 &h->offset, &h->fingerprint, &h->tailLength};
-    for (size_t i = 0; i < kFields; ++i) {
-        *fields[i] = GetU64(bytes + sizeof(kMagic) + 8 * i);
+    // The first format: device, inode, old length, offset, fingerprint, tail length.
+    uint64_t unused = 0;
+    uint64_t* first6[kFirstFields] = {&unused,    &unused,    &h->oldLength,
+                                      &h->offset, &h->prefix, &h->tailLength};
+    uint64_t* now4[kFields] = {&h->oldLength, &h->offset, &h->prefix, &h->tailLength};
+    for (size_t i = 0; i < fields; ++i) {
+        *(first ? first6 : now4)[i] = GetU64(bytes + sizeof(kMagic) + 8 * i);
     }
+    h->wholePrefix = !first;
     Checksum sum;
     sum.Add(bytes, size - kChecksumBytes);
-    return h->tailLength == size - kHeaderBytes - kChecksumBytes &&
+    return h->tailLength == size - *tailAt - kChecksumBytes &&
            sum.value() == GetU64(bytes + size - kChecksumBytes);
 }
 
-bool Fingerprint(int photo, uint64_t offset, uint64_t* fingerprint) {
-    const size_t span = static_cast<size_t>(std::min(offset, kFingerprintSpan));
-    std::vector<unsigned char> bytes(span);
-    if (!ReadFully(photo, offset - span, bytes.data(), span)) {
-        return false;
+// FNV-1a over the little-endian 64-bit words of `count` bytes (the last word padded with zeros),
+// continuing from `hash`: a word at a time, so a photo of megabytes is hashed in about a
+// millisecond.
+uint64_t HashWords(uint64_t hash, const unsigned char* bytes, size_t count) {
+    for (size_t i = 0; i < count; i += 8) {
+        unsigned char word[8] = {};
+        std::memcpy(word, bytes + i, std::min<size_t>(8, count - i));
+        hash = (hash ^ GetU64(word)) * kFnvPrime;
     }
-    Checksum sum;
-    sum.Add(bytes.data(), span);
-    *fingerprint = sum.value();
+    return hash;
+}
+
+// The hash that recognises a photo: of every byte in front of `offset`, or, for a journal of the
+// first format, the FNV-1a of the up to 4 KiB in front of it.
+bool PrefixHash(int photo, uint64_t offset, bool whole, uint64_t* hash) {
+    constexpr size_t kChunk = 64 * 1024;  // a multiple of the word
+    const uint64_t from = whole ? 0 : offset - std::min(offset, kFirstPrefixSpan);
+    std::vector<unsigned char> bytes(
+        static_cast<size_t>(std::min<uint64_t>(kChunk, offset - from)));
+    Checksum first;
+    uint64_t words = kFnvBasis;
+    for (uint64_t at = from; at < offset; at += kChunk) {
+        const size_t count = static_cast<size_t>(std::min<uint64_t>(kChunk, offset - at));
+        if (!ReadFully(photo, at, bytes.data(), count)) {
+            return false;
+        }
+        first.Add(bytes.data(), whole ? 0 : count);
+        words = whole ? HashWords(words, bytes.data(), count) : words;
+    }
+    *hash = whole ? words : first.value();
     return true;
 }
 
@@ -125,27 +162,28 @@ bool HeldByLiveDump(int fd) {
 
 enum class Replay { kDone, kStale, kFailed };
 
+// The journal's photo, as long as it is the one the journal was made for: a length within the
+// journal's range and the same bytes in front of the insertion point. Replayed under the photo's
+// lock, so that no dump of another process writes it meanwhile.
 Replay ReplayInto(const std::string& photoPath, const JournalHeader& h, const unsigned char* tail) {
     const ScopedFd photo(OpenRegularFile(photoPath.c_str(), O_RDWR | O_NOFOLLOW));
     if (photo.get() < 0) {
         return errno == ENOENT || errno == EINVAL || errno == ELOOP ? Replay::kStale
                                                                     : Replay::kFailed;
     }
-    struct stat status = {};
-    if (fstat(photo.get(), &status) != 0) {
+    const int64_t length = FileLength(photo.get());
+    if (!LockExclusive(photo.get(), kPhotoLockWait) || length < 0) {
         return Replay::kFailed;
     }
-    const uint64_t length = static_cast<uint64_t>(status.st_size);
-    uint64_t fingerprint = 0;
-    if (static_cast<uint64_t>(status.st_dev) != h.device ||
-        static_cast<uint64_t>(status.st_ino) != h.inode || length < h.offset ||
-        length > h.offset + h.tailLength) {
+    if (static_cast<uint64_t>(length) < h.offset ||
+        static_cast<uint64_t>(length) > h.offset + h.tailLength) {
         return Replay::kStale;
     }
-    if (!Fingerprint(photo.get(), h.offset, &fingerprint)) {
+    uint64_t prefix = 0;
+    if (!PrefixHash(photo.get(), h.offset, h.wholePrefix, &prefix)) {
         return Replay::kFailed;
     }
-    if (fingerprint != h.fingerprint) {
+    if (prefix != h.prefix) {
         return Replay::kStale;
     }
     return ApplyTail(photo.get(), h.offset, tail, static_cast<size_t>(h.tailLength))
@@ -171,14 +209,15 @@ void RecoverJournal(const std::string& folder, const std::string& file,
         return;
     }
     JournalHeader header = {};
-    if (!Decode(bytes.get(), static_cast<size_t>(size), &header)) {
+    size_t tailAt = 0;
+    if (!Decode(bytes.get(), static_cast<size_t>(size), &header, &tailAt)) {
         UnlinkFile(path.c_str());
         ++recovery->discarded;
         IQA_LOG_OP(ANDROID_LOG_ERROR, kTagUpLoad, kRecovery, "discarded a damaged journal of %s",
                    photoPath.c_str());
         return;
     }
-    switch (ReplayInto(photoPath, header, bytes.get() + kHeaderBytes)) {
+    switch (ReplayInto(photoPath, header, bytes.get() + tailAt)) {
         case Replay::kDone:
             UnlinkFile(path.c_str());  // if it stays, replaying it again changes nothing
             ++recovery->completed;
@@ -223,17 +262,14 @@ std::string JournalFolder(const std::string& photoFolder) {
 }
 
 bool IdentifyPhoto(int photo, JournalHeader* header) {
-    struct stat status = {};
-    if (fstat(photo, &status) != 0) {
-        return false;
-    }
-    header->device = static_cast<uint64_t>(status.st_dev);
-    header->inode = static_cast<uint64_t>(status.st_ino);
-    return Fingerprint(photo, header->offset, &header->fingerprint);
+    header->wholePrefix = true;
+    return PrefixHash(photo, header->offset, true, &header->prefix);
 }
 
 Journal::Journal(const std::string& photoFolder, const std::string& photoName)
-    : folder_(JournalFolder(photoFolder)), path_(folder_ + "/" + photoName + kSuffix) {}
+    : photoFolder_(photoFolder),
+      folder_(JournalFolder(photoFolder)),
+      path_(folder_ + "/" + photoName + kSuffix) {}
 
 Journal::~Journal() {
     CloseFile(fd_);
@@ -244,7 +280,10 @@ bool Journal::Write(const JournalHeader& header, const unsigned char* tail) {
         errno = EFBIG;
         return false;
     }
-    if (!MakeFolder(folder_.c_str(), kFolderMode)) {
+    // A folder made now is kept by a power cut only once its own folder is synced.
+    bool made = false;
+    if (!MakeFolder(folder_.c_str(), kFolderMode, &made) ||
+        (made && !SyncFolder(photoFolder_.c_str()))) {
         return false;
     }
     const std::string unfinished = path_ + kUnfinished;

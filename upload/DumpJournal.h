@@ -7,6 +7,7 @@
 #ifndef IQA_UPLOAD_DUMP_JOURNAL_H
 #define IQA_UPLOAD_DUMP_JOURNAL_H
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -14,20 +15,26 @@
 namespace IQA {
 
 // What a journal holds besides the new tail: enough to tell that the photo it finds is still the
-// one the journal was made for.
+// one the journal was made for, by what the photo holds, wherever the camera root was copied,
+// restored or mounted since: its name (the journal's), a length within the journal's range, and
+// the bytes in front of the insertion point, which no dump ever writes.
 struct JournalHeader {
-    uint64_t device;  // the photo's file identity
-    uint64_t inode;
-    uint64_t oldLength;    // the photo's length before the dump
-    uint64_t offset;       // where the new tail starts; the bytes before it never change
-    uint64_t fingerprint;  // of the (up to) 4 KiB in front of offset
+    uint64_t oldLength;  // the photo's length before the dump
+    uint64_t offset;     // where the new tail starts; the bytes before it never change
+    uint64_t prefix;     // hash of the bytes in front of offset
     uint64_t tailLength;
+    // False for a journal of the first format, whose `prefix` covers only the (up to) 4 KiB in
+    // front of offset.
+    bool wholePrefix = true;
 };
+
+// How long a dump, or the replay of a journal, waits for another one to let go of the photo.
+constexpr std::chrono::seconds kPhotoLockWait{2};
 
 // The folder that holds the journals of the photos in photoFolder (the backup folder's name).
 std::string JournalFolder(const std::string& photoFolder);
 
-// Fills header->device, inode and fingerprint from the open photo; false if it cannot be read.
+// Fills header->prefix from the open photo; false if it cannot be read.
 bool IdentifyPhoto(int photo, JournalHeader* header);
 
 // One dump's journal. It lives while the dump does; a live dump's journal is locked, so that a
@@ -47,6 +54,7 @@ class Journal {
     bool Remove();
 
   private:
+    std::string photoFolder_;
     std::string folder_;
     std::string path_;
     int fd_ = -1;

@@ -102,9 +102,8 @@ bool OutOfSpace(int error) {
 void InsertRecord(int photo, const PhotoPlace& place, const TrailerTail& tail,
                   const MallocBlock& block, const std::string& path) {
     const uint64_t growth = block.size() - static_cast<uint64_t>(tail.length);
-    JournalHeader header = {
-        0, 0,           static_cast<uint64_t>(tail.fileLength), static_cast<uint64_t>(tail.offset),
-        0, block.size()};
+    JournalHeader header = {static_cast<uint64_t>(tail.fileLength),
+                            static_cast<uint64_t>(tail.offset), 0, block.size()};
     Journal journal(place.folder, place.name);
     if (!ReserveSpace(photo, static_cast<uint64_t>(tail.fileLength), growth) ||
         !IdentifyPhoto(photo, &header) || !journal.Write(header, block.get())) {
@@ -149,6 +148,14 @@ void IqaUpLoad::SaveCustomBuffer(const std::string& path, const unsigned char* b
     const ScopedFd photo(OpenRegularFile(resolved.path, O_RDWR));
     if (photo.get() < 0) {
         IQA_LOGE(kTagUpLoad, "IqaUpLoad SaveBuffer: can't open %s", path.c_str());
+        return;
+    }
+    // Held until the photo is closed, after the commit: a dump of another process or thread
+    // waits, then finds the photo as this one leaves it.
+    if (!LockExclusive(photo.get(), kPhotoLockWait)) {
+        IQA_LOGE(kTagUpLoad,
+                 "IqaUpLoad SaveBuffer: %s is being written by another dump, not written.",
+                 path.c_str());
         return;
     }
     FileSource source(photo.get(),
