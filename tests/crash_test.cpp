@@ -1,6 +1,7 @@
-// A dump cut short at any instant, by the process dying or by an I/O error, leaves a photo that
-// recovery turns into the original or the original plus exactly the new record, and that a
-// second recovery leaves alone. The cuts go through the library's own file-call hook.
+// A dump cut short at any instant, by the process dying, by a power cut or by an I/O error,
+// leaves a photo that recovery turns into the original or the original plus exactly the new
+// record, in place or in a copy of the camera root, and that a second recovery leaves alone. The
+// cuts go through the library's own file-call hook.
 #include <gtest/gtest.h>
 
 #include <poll.h>
@@ -12,6 +13,7 @@
 #include <csignal>
 #include <filesystem>
 #include <functional>
+#include <map>
 
 #include "DumpJournal.h"
 #include "FileCalls.h"
@@ -27,19 +29,21 @@ using iqa_test::kCamera;
 
 namespace {
 
+namespace fs = std::filesystem;
+
 // What the hook does at the dump's k-th file call (counted from 0): 0 lets the call run, an
 // errno value fails it; it may also shorten a write or end the process.
-using Action = std::function<int(int k, IQA::FileCall call, size_t* count)>;
+using Action = std::function<int(int k, const IQA::FileCallInfo& info, size_t* count)>;
 Action gAction;
 int gCalls = 0;
 
-int Hook(IQA::FileCall call, size_t* count) {
-    return gAction(gCalls++, call, count);
+int Hook(const IQA::FileCallInfo& info, size_t* count) {
+    return gAction(gCalls++, info, count);
 }
 
 // Ends the process at call `at`: before it, or once `bytes` of its write have reached the file.
 Action Cut(int at, size_t bytes) {
-    return [=](int k, IQA::FileCall, size_t* count) {
+    return [=](int k, const IQA::FileCallInfo&, size_t* count) {
         if (k > at || (k == at && bytes == 0)) {
             _exit(0);
         }
@@ -47,6 +51,124 @@ Action Cut(int at, size_t bytes) {
         return 0;
     };
 }
+
+// One file call of a dump: the file or folder it is on, by its name then.
+struct Step {
+    IQA::FileCall call;
+    std::string path, to;  // to: a rename's new name
+    uint64_t offset = 0;
+    Bytes data;  // a write's bytes
+};
+
+std::string Parent(const std::string& path) {
+    return path.substr(0, path.rfind('/'));
+}
+
+// What storage holds after a power cut, of a folder whose files a dump changes. A file's bytes
+// last as of its last sync, a folder's entries (creations, renames, unlinks) as of the folder's
+// own last sync; a disk that reorders what it was given may also have kept any one write since
+// a file's last sync, on its own.
+class Storage {
+  public:
+    Storage(const std::string& folder, const std::map<std::string, Bytes>& files) {
+        seen_[folder] = synced_[folder] = kFolder;
+        for (const auto& [name, bytes] : files) {
+            seen_[name] = synced_[name] = static_cast<int>(files_.size());
+            files_.push_back({bytes, bytes, {}});
+        }
+    }
+    void Apply(const Step& step) {
+        switch (step.call) {
+            case IQA::FileCall::kCreate:
+                seen_[step.path] = static_cast<int>(files_.size());
+                files_.push_back({});
+                break;
+            case IQA::FileCall::kMakeFolder:
+                seen_.emplace(step.path, kFolder);
+                break;
+            case IQA::FileCall::kWrite: {
+                File& file = files_[static_cast<size_t>(seen_.at(step.path))];
+                Write(&file.seen, step);
+                file.unsynced.push_back(step);
+                break;
+            }
+            case IQA::FileCall::kSync: {
+                File& file = files_[static_cast<size_t>(seen_.at(step.path))];
+                file.synced = file.seen;
+                file.unsynced.clear();
+                break;
+            }
+            case IQA::FileCall::kSyncFolder:
+                SyncEntries(step.path);
+                break;
+            case IQA::FileCall::kRename:
+                seen_[step.to] = seen_.at(step.path);
+                seen_.erase(step.path);
+                break;
+            case IQA::FileCall::kUnlink:
+                seen_.erase(step.path);
+                break;
+            default:  // reads, opens and reservations change nothing storage keeps
+                break;
+        }
+    }
+    // Each state storage may come back in: the synced one, then that with one write kept.
+    std::vector<std::map<std::string, Bytes>> AfterPowerCut() const {
+        std::vector<std::map<std::string, Bytes>> states(1);
+        for (const File& file : files_) {
+            for (size_t w = 0; w < file.unsynced.size(); ++w) {
+                states.emplace_back();
+            }
+        }
+        size_t variant = 1;
+        for (size_t id = 0; id < files_.size(); ++id) {
+            for (const Step& write : files_[id].unsynced) {
+                Bytes kept = files_[id].synced;
+                Write(&kept, write);
+                states[variant++] = Files(id, kept);
+            }
+        }
+        states[0] = Files(files_.size(), {});
+        return states;
+    }
+
+  private:
+    static constexpr int kFolder = -1;
+    struct File {
+        Bytes synced, seen;
+        std::vector<Step> unsynced;
+    };
+    static void Write(Bytes* bytes, const Step& step) {
+        bytes->resize(std::max<size_t>(bytes->size(), step.offset + step.data.size()));
+        std::copy(step.data.begin(), step.data.end(),
+                  bytes->begin() + static_cast<long>(step.offset));
+    }
+    void SyncEntries(const std::string& folder) {
+        for (auto it = synced_.begin(); it != synced_.end();) {
+            it = Parent(it->first) == folder && !seen_.count(it->first) ? synced_.erase(it) : ++it;
+        }
+        for (const auto& [name, id] : seen_) {
+            if (Parent(name) == folder) {
+                synced_[name] = id;
+            }
+        }
+    }
+    // The synced files whose folders are there too, file `id` holding `bytes` instead.
+    std::map<std::string, Bytes> Files(size_t id, const Bytes& bytes) const {
+        std::map<std::string, Bytes> state;
+        for (const auto& [name, file] : synced_) {
+            if (file != kFolder && synced_.count(Parent(name))) {
+                state[name] = static_cast<size_t>(file) == id
+                                  ? bytes
+                                  : files_[static_cast<size_t>(file)].synced;
+            }
+        }
+        return state;
+    }
+
+    std::map<std::string, int> seen_, synced_;  // name -> file, or kFolder
+    std::vector<File> files_;
+};
 
 class CutDump : public ::testing::Test {
   protected:
@@ -60,9 +182,11 @@ class CutDump : public ::testing::Test {
         withRecord = iqa_ref::WithRecord(original, last, custom, descriptor);
     }
 
-    // Puts the original photo back and dumps into it under the action, in this process.
+    // Puts the original photo back, without a journal folder (so every dump makes the same
+    // calls, the folder's making included), and dumps into it under the action, in this process.
     void Dump(const Action& action) {
         iqa_test::WriteFile(photo, original);
+        fs::remove_all(IQA::JournalFolder(kCamera));
         gAction = action;
         gCalls = 0;
         IQA::SetFileCallHook(Hook);
@@ -71,28 +195,40 @@ class CutDump : public ::testing::Test {
         IQA::SetFileCallHook(nullptr);
     }
 
-    // The same in a child process that the action ends; false if it hangs or ends otherwise.
+    // Runs body(i) in `count` child processes at once; false if one hangs or ends otherwise
+    // than by body's end (or an _exit(0) inside it).
+    static bool InChildren(int count, const std::function<void(int)>& body) {
+        std::vector<std::pair<pid_t, int>> children;  // pid, read end of a pipe it holds
+        for (int i = 0; i < count; ++i) {
+            int done[2];
+            if (pipe(done) != 0) {
+                return false;
+            }
+            const pid_t child = fork();
+            if (child == 0) {
+                close(done[0]);
+                body(i);
+                _exit(0);
+            }
+            close(done[1]);
+            children.push_back({child, done[0]});
+        }
+        bool ok = true;
+        for (const auto& [child, done] : children) {
+            pollfd end = {done, POLLIN, 0};
+            const bool ended = poll(&end, 1, 30000) == 1;  // the pipe closes as the child ends
+            close(done);
+            if (!ended) {
+                kill(child, SIGKILL);
+            }
+            int status = 0;
+            waitpid(child, &status, 0);
+            ok = ok && ended && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+        }
+        return ok;
+    }
     bool DumpInChild(const Action& action) {
-        int done[2];
-        if (pipe(done) != 0) {
-            return false;
-        }
-        const pid_t child = fork();
-        if (child == 0) {
-            close(done[0]);
-            Dump(action);
-            _exit(0);
-        }
-        close(done[1]);
-        pollfd end = {done[0], POLLIN, 0};
-        const bool ended = poll(&end, 1, 30000) == 1;  // the pipe closes as the child ends
-        close(done[0]);
-        if (!ended) {
-            kill(child, SIGKILL);
-        }
-        int status = 0;
-        waitpid(child, &status, 0);
-        return ended && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+        return InChildren(1, [&](int) { Dump(action); });
     }
 
     // Recovers twice: the photo must be `expected` (or either form when none is given) after the
@@ -102,23 +238,71 @@ class CutDump : public ::testing::Test {
         const Bytes once = iqa_test::ReadFile(photo);
         const IQA::Recovery again = IQA::RecoverDumps(kCamera);
         std::error_code none;  // no journal folder at all is clean too
-        const bool clean = std::filesystem::is_empty(IQA::JournalFolder(kCamera), none) || none;
+        const bool clean = fs::is_empty(IQA::JournalFolder(kCamera), none) || none;
         const bool whole =
             expected != nullptr ? once == *expected : once == original || once == withRecord;
         const bool idle = again.completed == 0 && again.discarded == 0 && again.kept == 0;
         return whole && clean && idle && iqa_test::ReadFile(photo) == once;
     }
 
-    // (call, bytes) of every write of an uncut dump.
-    std::vector<std::pair<int, size_t>> CountWrites() {
-        std::vector<std::pair<int, size_t>> writes;
-        Dump([&](int k, IQA::FileCall call, size_t* count) {
-            if (call == IQA::FileCall::kWrite) {
-                writes.push_back({k, *count});
+    // Every file call of an uncut dump, with the name of the file each one is on.
+    std::vector<Step> Record() {
+        std::vector<Step> steps;
+        Dump([&](int, const IQA::FileCallInfo& info, size_t* count) {
+            Step step{info.call,
+                      info.path != nullptr ? info.path : "",
+                      info.to != nullptr ? info.to : "",
+                      info.offset,
+                      {}};
+            if (info.fd >= 0) {
+                step.path = fs::read_symlink("/proc/self/fd/" + std::to_string(info.fd));
             }
+            if (info.call == IQA::FileCall::kWrite) {
+                const auto* bytes = static_cast<const unsigned char*>(info.data);
+                step.data.assign(bytes, bytes + *count);
+            }
+            steps.push_back(step);
             return 0;
         });
-        return writes;
+        return steps;
+    }
+
+    // Puts what storage holds after a power cut at `step` (`bytes` of it written, if a write)
+    // into the camera folder; one state for each way storage may come back.
+    std::vector<std::map<std::string, Bytes>> PowerCut(const std::vector<Step>& steps, int step,
+                                                       size_t bytes) {
+        const std::string folder = fs::absolute(kCamera);
+        Storage storage(folder, {{folder + "/p.jpg", original}});
+        for (int k = 0; k < step; ++k) {
+            storage.Apply(steps[static_cast<size_t>(k)]);
+        }
+        if (bytes > 0) {
+            Step part = steps[static_cast<size_t>(step)];
+            part.data.resize(bytes);
+            storage.Apply(part);
+        }
+        return storage.AfterPowerCut();
+    }
+    void Restore(const std::map<std::string, Bytes>& files) {
+        fs::remove_all(kCamera);
+        iqa_test::MakeDirs(kCamera);
+        for (const auto& [name, bytes] : files) {
+            iqa_test::MakeDirs(Parent(name));
+            iqa_test::WriteFile(name, bytes);
+        }
+    }
+
+    // Recovers a copy of the camera root, as a backup, a restore or a move to another volume
+    // makes, where every file has another identity.
+    bool RecoverCopy() {
+        const std::string copy = work.path() + "/copy";
+        fs::remove_all(copy);
+        iqa_test::MakeDirs(copy + "/" + kCamera);
+        fs::copy(kCamera, copy + "/" + kCamera, fs::copy_options::recursive);
+        fs::current_path(copy);
+        const bool whole = RecoverTo(nullptr);
+        fs::current_path(work.path());
+        return whole;
     }
 
     iqa_test::ScopedWorkDir work{iqa_test::Storage::kMemory};  // thousands of fsyncs
@@ -129,22 +313,27 @@ class CutDump : public ::testing::Test {
     Bytes original, withRecord;
 };
 
-TEST_F(CutDump, EveryCrashAndEveryErrorIsRecoverable) {
-    const std::vector<std::pair<int, size_t>> writes = CountWrites();
+// At every crash point the process is killed, and recovery runs on a copy of the camera root,
+// then in place; at the same points the power is cut instead, in every way storage may come back.
+TEST_F(CutDump, EveryCrashPowerCutAndErrorIsRecoverable) {
+    const std::vector<Step> steps = Record();
     ASSERT_EQ(withRecord, iqa_test::ReadFile(photo)) << "the uncut dump";
     const int calls = gCalls;
     ASSERT_GT(calls, 5);
-    int points = 0, torn = 0;
+    int points = 0, torn = 0, cuts = 0, cutTorn = 0;
 
     std::vector<std::pair<int, size_t>> crashes;  // (call, bytes of it written)
     for (int k = 0; k < calls; ++k) {
         crashes.push_back({k, 0});
     }
     // Inside each write: after every one of its first and last 64 bytes, and every 4 KiB between.
-    for (const auto& [call, bytes] : writes) {
+    int writes = 0;
+    for (int k = 0; k < calls; ++k) {
+        const size_t bytes = steps[static_cast<size_t>(k)].data.size();
+        writes += steps[static_cast<size_t>(k)].call == IQA::FileCall::kWrite;
         for (size_t b = 1; b < bytes; ++b) {
             if (b <= 64 || b >= bytes - 64 || b % 4096 == 0) {
-                crashes.push_back({call, b});
+                crashes.push_back({k, b});
             }
         }
     }
@@ -152,9 +341,18 @@ TEST_F(CutDump, EveryCrashAndEveryErrorIsRecoverable) {
         ASSERT_TRUE(DumpInChild(Cut(call, bytes)))
             << "call " << call << ": the child hung or failed";
         ++points;
-        if (!RecoverTo(nullptr)) {
+        if (!RecoverCopy() || !RecoverTo(nullptr)) {
             ++torn;
             ADD_FAILURE() << "torn after a crash at call " << call << " (+" << bytes << " bytes)";
+        }
+        for (const auto& files : PowerCut(steps, call, bytes)) {
+            Restore(files);
+            ++cuts;
+            if (!RecoverTo(nullptr)) {
+                ++cutTorn;
+                ADD_FAILURE() << "torn after a power cut at call " << call << " (+" << bytes
+                              << " bytes)";
+            }
         }
     }
 
@@ -165,7 +363,7 @@ TEST_F(CutDump, EveryCrashAndEveryErrorIsRecoverable) {
         for (bool persistent : {false, true}) {
             for (int k = 0; k < calls; ++k) {
                 log.Clear();
-                Dump([=](int call, IQA::FileCall, size_t*) {
+                Dump([=](int call, const IQA::FileCallInfo&, size_t*) {
                     return (persistent ? call >= k : call == k) ? error : 0;
                 });
                 ++points;
@@ -181,21 +379,94 @@ TEST_F(CutDump, EveryCrashAndEveryErrorIsRecoverable) {
             }
         }
     }
-    EXPECT_EQ(0, torn);
+    EXPECT_EQ(0, torn + cutTorn);
     std::cout << crashes.size() << " crash points and " << points - crashes.size()
-              << " error points over " << calls << " file calls and " << writes.size()
-              << " writes: " << torn << " torn\n";
+              << " error points over " << calls << " file calls and " << writes
+              << " writes: " << torn << " torn; " << cuts << " power cuts: " << cutTorn
+              << " torn\n";
 }
 
-TEST_F(CutDump, AStartingWorkerCompletesAnInterruptedDump) {
-    const auto [photoWrite, bytes] = CountWrites().back();  // the photo's own write comes last
-    ASSERT_TRUE(DumpInChild(Cut(photoWrite, bytes / 2)));
+// A torn photo is completed by the recovery a starting worker runs; one whose bytes in front of
+// the insertion point changed since (another picture under the same name) is left alone.
+TEST_F(CutDump, AStartingWorkerCompletesAnInterruptedDumpOfTheSamePhotoOnly) {
+    const std::vector<Step> steps = Record();  // the photo's own write is the last write
+    const auto last = std::find_if(steps.rbegin(), steps.rend(), [](const Step& step) {
+        return step.call == IQA::FileCall::kWrite;
+    });
+    const int at = static_cast<int>(steps.rend() - last) - 1;
+    ASSERT_TRUE(DumpInChild(Cut(at, last->data.size() / 2)));
     ASSERT_NE(withRecord, iqa_test::ReadFile(photo));
+    Bytes replaced = iqa_test::ReadFile(photo);
+    replaced[replaced.size() / 4] ^= 1;
+    iqa_test::WriteFile(kCamera + "/q.jpg", replaced);
+    fs::copy_file(IQA::JournalFolder(kCamera) + "/p.jpg.iqajournal",
+                  IQA::JournalFolder(kCamera) + "/q.jpg.iqajournal");
 
     IQA::IqaTaskManager manager;
     manager.AddRequest(Request{REQUEST_REGISTER_TASK, "x", false});
     ASSERT_TRUE(log.WaitFor("[RecoverDumps]:completed the record in " + photo));
+    ASSERT_TRUE(log.WaitFor("[RecoverDumps]:discarded the journal of " + kCamera +
+                            "/q.jpg: the photo is gone or was replaced"));
     EXPECT_EQ(withRecord, iqa_test::ReadFile(photo));
+    EXPECT_EQ(replaced, iqa_test::ReadFile(kCamera + "/q.jpg"));
+}
+
+// Every record's payload, the file's last first; *closes when the chain of records walked back
+// from the file header ends exactly at the JPEG's end.
+std::vector<Bytes> Payloads(const Bytes& file, bool* closes) {
+    const auto u32 = [&](size_t at) {
+        return static_cast<size_t>(file[at] | file[at + 1] << 8 | file[at + 2] << 16 |
+                                   static_cast<uint32_t>(file[at + 3]) << 24);
+    };
+    const size_t imageEnd = iqa_ref::JpegEnd(file);
+    std::vector<Bytes> payloads;
+    *closes = false;
+    if (file.size() < 24 || u32(file.size() - 24) > file.size() - 24) {
+        return payloads;
+    }
+    size_t end = file.size() - 24 - u32(file.size() - 24);
+    while (end >= imageEnd + 12 && end - imageEnd - 12 >= u32(end - 12)) {
+        const size_t length = u32(end - 12);
+        payloads.emplace_back(file.begin() + static_cast<long>(end - 12 - length),
+                              file.begin() + static_cast<long>(end - 12));
+        end -= 12 + length;
+    }
+    *closes = end == imageEnd;
+    return payloads;
+}
+
+// Two processes each dump into the same photo many times at once. Each dump waits for the other
+// one's to end and then finds the photo as it was left: the photo ends up as the original plus
+// every record, each whole, in front of the camera's own, and its trailer walks back to the
+// JPEG's end.
+TEST_F(CutDump, TwoProcessesDumpingIntoOnePhotoNeverInterleave) {
+    constexpr int kDumps = 20;
+    iqa_test::WriteFile(photo, original);
+    const auto buffer = [](int process, int i) {
+        return Bytes(576, static_cast<unsigned char>(process * kDumps + i));
+    };
+    ASSERT_TRUE(InChildren(2, [&](int process) {
+        for (int i = 0; i < kDumps; ++i) {
+            IQA::ImageDumpExpand d = descriptor;
+            IQA::IqaUpLoad().SaveCustomBuffer(photo, buffer(process, i).data(), &d);
+        }
+    }));
+    bool closes = false;
+    std::vector<Bytes> payloads = Payloads(iqa_test::ReadFile(photo), &closes);
+    EXPECT_TRUE(closes);
+    ASSERT_EQ(2u * kDumps + 1, payloads.size());
+    EXPECT_EQ(iqa_test::RandomBytes(9000, 1), payloads.front());  // the camera's, still last
+    std::vector<Bytes> expected;
+    for (int process = 0; process < 2; ++process) {
+        for (int i = 0; i < kDumps; ++i) {
+            expected.push_back(buffer(process, i));
+            const auto* d = reinterpret_cast<const unsigned char*>(&descriptor);
+            expected.back().insert(expected.back().end(), d, d + sizeof(descriptor));
+        }
+    }
+    std::sort(expected.begin(), expected.end());
+    std::sort(payloads.begin() + 1, payloads.end());
+    EXPECT_EQ(expected, std::vector<Bytes>(payloads.begin() + 1, payloads.end()));
 }
 
 }  // namespace

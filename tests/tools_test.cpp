@@ -371,11 +371,17 @@ TEST_F(Tools, AnomalyReportsAGreenFrame) {
     EXPECT_EQ(1, Iqa("anomaly " + dir.File("green.yuv") + " 640 480 640 big").status);
 }
 
-// 64-bit FNV-1a, the journal's checksum and fingerprint.
-uint64_t Fnv(const Bytes& bytes) {
+// 64-bit FNV-1a, the journal's checksum; `words`: over little-endian 64-bit words, the last one
+// padded with zeros, the hash of the bytes in front of the insertion point.
+uint64_t Fnv(Bytes bytes, bool words = false) {
+    bytes.resize(words ? (bytes.size() + 7) / 8 * 8 : bytes.size(), 0);
     uint64_t hash = 0xcbf29ce484222325ULL;
-    for (unsigned char b : bytes) {
-        hash = (hash ^ b) * 0x100000001b3ULL;
+    for (size_t i = 0; i < bytes.size(); i += words ? 8 : 1) {
+        uint64_t unit = bytes[i];
+        for (int b = 1; words && b < 8; ++b) {
+            unit |= static_cast<uint64_t>(bytes[i + b]) << (8 * b);
+        }
+        hash = (hash ^ unit) * 0x100000001b3ULL;
     }
     return hash;
 }
@@ -386,35 +392,44 @@ void Append64(Bytes* bytes, uint64_t value) {
     }
 }
 
-// A journal made by hand in the documented format (magic, six little-endian fields, the new
-// tail, FNV-1a of all that) is replayed; an empty one, which only damage leaves, is discarded.
-TEST_F(Tools, RecoverReplaysJournalsOfTheDocumentedFormat) {
-    const Bytes original = Photo("p", scene);
-    Photo("q", scene);
+// Journals made by hand in the documented format (magic, four little-endian fields, the new
+// tail, FNV-1a of all that) and in the first one (six fields: device and inode, which no longer
+// count, and the FNV-1a of only the 4 KiB in front) are replayed; an empty one, which only
+// damage leaves, is discarded.
+TEST_F(Tools, RecoverReplaysJournalsOfTheDocumentedFormats) {
     const IQA::ImageDumpExpand d = {4, 4, 4, 24, 1, "Iqa_comparessim", {}};
-    const size_t at = iqa_ref::LastRecordIfWhole(original, iqa_ref::JpegEnd(original));
-    const Bytes expected = iqa_ref::WithRecord(original, at, Bytes(24, 5), d);
-    struct stat st = {};
-    ASSERT_EQ(0, stat(PhotoPath("p").c_str(), &st));
-    const auto tail = expected.begin() + static_cast<long>(at);
-    Bytes journal = {'I', 'Q', 'A', 'J', 'R', 'N', 'L', '1'};
-    for (uint64_t field : {static_cast<uint64_t>(st.st_dev), static_cast<uint64_t>(st.st_ino),
-                           uint64_t{original.size()}, uint64_t{at},
-                           Fnv(Bytes(original.begin() + static_cast<long>(at) - 4096,
-                                     original.begin() + static_cast<long>(at))),
-                           static_cast<uint64_t>(expected.end() - tail)}) {
-        Append64(&journal, field);
-    }
-    journal.insert(journal.end(), tail, expected.end());
-    Append64(&journal, Fnv(journal));
     const std::string folder = Root() + iqa_test::kCamera + "/iqathumb/";
     iqa_test::MakeDirs(folder);
-    iqa_test::WriteFile(folder + "p.jpg.iqajournal", journal);
+    Bytes expected;
+    for (const bool first : {true, false}) {  // p, whose bytes are checked, last
+        const std::string name = first ? "r" : "p";
+        const Bytes original = Photo(name, scene);
+        const size_t at = iqa_ref::LastRecordIfWhole(original, iqa_ref::JpegEnd(original));
+        expected = iqa_ref::WithRecord(original, at, Bytes(24, 5), d);
+        const auto tail = expected.begin() + static_cast<long>(at);
+        const Bytes front(original.begin() + static_cast<long>(first ? at - 4096 : 0),
+                          original.begin() + static_cast<long>(at));
+        Bytes journal = {'I', 'Q', 'A', 'J',
+                         'R', 'N', 'L', static_cast<unsigned char>(first ? '1' : '2')};
+        std::vector<uint64_t> fields = {uint64_t{original.size()}, uint64_t{at}, Fnv(front, !first),
+                                        static_cast<uint64_t>(expected.end() - tail)};
+        if (first) {
+            fields.insert(fields.begin(), {7, 7});
+        }
+        for (uint64_t field : fields) {
+            Append64(&journal, field);
+        }
+        journal.insert(journal.end(), tail, expected.end());
+        Append64(&journal, Fnv(journal));
+        iqa_test::WriteFile(folder + name + ".jpg.iqajournal", journal);
+    }
+    Photo("q", scene);
     iqa_test::WriteFile(folder + "q.jpg.iqajournal", {});
     EXPECT_EQ((Result{0,
                       "recover: completed the record in storage/emulated/0/DCIM/Camera/p.jpg\n"
                       "recover: discarded a damaged journal of "
-                      "storage/emulated/0/DCIM/Camera/q.jpg\n"}),
+                      "storage/emulated/0/DCIM/Camera/q.jpg\n"
+                      "recover: completed the record in storage/emulated/0/DCIM/Camera/r.jpg\n"}),
               Iqa("recover " + Root(), true));
     EXPECT_EQ(expected, iqa_test::ReadFile(PhotoPath("p")));
     EXPECT_EQ((Result{0, ""}), Iqa("recover " + Root(), true));  // nothing is left to do

@@ -2,6 +2,8 @@
 // big-data record handed to the service.
 #include <gtest/gtest.h>
 
+#include <sys/file.h>
+
 #include <cstring>
 
 #include "ByteSource.h"
@@ -155,6 +157,21 @@ TEST_F(Dump, WritesOnlyIntoAWholeTrailer) {
         EXPECT_EQ(result, iqa_test::ReadFile(path)) << c.name;
     }
 
+    // Another dump holds the photo for longer than a dump waits: this one gives up.
+    const std::string held = dir.File("baseline.jpg");
+    const Bytes before = iqa_test::ReadFile(held);
+    {
+        const IQA::ScopedFd holder(IQA::OpenRegularFile(held.c_str(), O_RDONLY));
+        ASSERT_EQ(0, flock(holder.get(), LOCK_EX));
+        log.Clear();
+        Save("baseline.jpg", payload, Descriptor(50, "Iqa_comparessim"));
+    }
+    EXPECT_EQ("[SaveCustomBuffer]:IqaUpLoad SaveBuffer: " + held +
+                  " is being written by another dump, not written.",
+              log.Lines().back());
+    EXPECT_EQ(ANDROID_LOG_ERROR, log.Entries().back().priority);
+    EXPECT_EQ(before, iqa_test::ReadFile(held));
+
     log.Clear();
     IQA::IqaUpLoad().SaveCustomBuffer(dir.File("missing.jpg"), payload.data(), nullptr);
     EXPECT_EQ((std::vector<std::string>{"[SaveCustomBuffer]:Failed to resolve path."}),
@@ -164,8 +181,8 @@ TEST_F(Dump, WritesOnlyIntoAWholeTrailer) {
 
 std::vector<size_t> gReads;  // the byte counts of the reads the hook saw
 
-int CountReads(IQA::FileCall call, size_t* count) {
-    if (call == IQA::FileCall::kRead) {
+int CountReads(const IQA::FileCallInfo& info, size_t* count) {
+    if (info.call == IQA::FileCall::kRead) {
         gReads.push_back(*count);
     }
     return 0;
