@@ -19,12 +19,11 @@ double DeviationProduct(uint32_t sumAB, uint32_t sumA, uint32_t sumB) {
            static_cast<double>(sumA) * static_cast<double>(sumB) * 0.015625;
 }
 
-}  // namespace
-
 // First every column over the 8 rows, in whole vectors (a product of two bytes fits 16 bits),
-// then each block's 8 columns.
-IQA_KERNEL_CLONES void SumBand(const unsigned char* p1, const unsigned char* p2, int64_t stride,
-                               int blocks, BlockSums* out) {
+// then each block's 8 columns. In this file's namespace: the clones' dispatching symbol would
+// otherwise join the library's exported surface, whatever the visibility preset says.
+IQA_KERNEL_CLONES void SumBandClones(const unsigned char* p1, const unsigned char* p2,
+                                     int64_t stride, int blocks, BlockSums* out) {
     constexpr int kColumns = kBandBlocks * kSsimBlock;
     uint16_t a[kColumns] = {}, b[kColumns] = {};
     uint32_t aa[kColumns] = {}, bb[kColumns] = {}, ab[kColumns] = {};
@@ -48,6 +47,13 @@ IQA_KERNEL_CLONES void SumBand(const unsigned char* p1, const unsigned char* p2,
         }
         out[block] = s;
     }
+}
+
+}  // namespace
+
+void SumBand(const unsigned char* p1, const unsigned char* p2, int64_t stride, int blocks,
+             BlockSums* out) {
+    SumBandClones(p1, p2, stride, blocks, out);
 }
 
 bool BlockValue(const BlockSums& s, double* value) {

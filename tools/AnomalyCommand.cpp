@@ -1,7 +1,5 @@
 // iqa anomaly: the black/green screen detector on a raw YUV 4:2:0 frame, with the recording
 // service installed so that the big-data event it sends can be shown.
-#include <android/log.h>
-
 #include <climits>
 #include <cstdint>
 #include <cstdio>
@@ -9,8 +7,10 @@
 #include <memory>
 
 #include "CameraFiles.h"
+#include "CommandCores.h"
 #include "Commands.h"
 #include "IqaAnomDetect.h"
+#include "LibraryLog.h"
 #include "LogLines.h"
 #include "McsRecordingService.h"
 
@@ -26,14 +26,6 @@ uint64_t FrameBytes(uint64_t width, uint64_t height, uint64_t stride) {
     return stride * height + (width & ~1ULL) * ((height - 1) / 2) + (width & ~1ULL);
 }
 
-void PrintOutcome(const struct __android_logger_data* data, const char* message) {
-    LogLine line;
-    if (data->tag != nullptr && std::string(data->tag) == "IqaDebug-AnomDetect" &&
-        ParseLogLine(message, &line)) {
-        printf("%s: %s\n", line.operation.c_str(), line.text.c_str());
-    }
-}
-
 void PrintEvent(const MCS::RecordingService::Event& e) {
     const time_t seconds = static_cast<time_t>(e.record.timestamp / 1000);
     char when[32] = "";
@@ -42,6 +34,36 @@ void PrintEvent(const MCS::RecordingService::Event& e) {
            static_cast<long long>(e.record.timestamp % 1000), e.record.jpegName, e.record.anomType,
            e.record.anomType == 0 ? "green screen" : "black screen");
 }
+
+}  // namespace
+
+bool DetectAnomaly(const Bytes& frame, unsigned width, unsigned height, int stride,
+                   const std::string& name, const std::string& frameName, AnomalyOutcome* outcome,
+                   Failure* failure) {
+    const uint64_t needed = FrameBytes(width, height, static_cast<uint64_t>(stride));
+    if (static_cast<int64_t>(stride) < int64_t{width} || frame.size() < needed) {
+        failure->reason = frameName + " holds " + std::to_string(frame.size()) + " bytes; a " +
+                          std::to_string(width) + "x" + std::to_string(height) +
+                          " frame of stride " + std::to_string(stride) + " needs " +
+                          std::to_string(needed);
+        return false;
+    }
+    MCS::RecordingService service;
+    MCS::ScopedService installed(&service);
+    {
+        const LibraryLog capture([&](int, const char* tag, const char* message) {
+            LogLine line;
+            if (std::string(tag) == "IqaDebug-AnomDetect" && ParseLogLine(message, &line)) {
+                outcome->lines.push_back(line.operation + ": " + line.text);
+            }
+        });
+        IQA::IqaAnomDetect().AnomDetect(frame.data(), width, height, stride, name);
+    }
+    outcome->events = service.Events();
+    return true;
+}
+
+namespace {
 
 struct AnomalyOptions {
     std::string frame;
@@ -55,22 +77,19 @@ int Anomaly(const AnomalyOptions& o) {
     if (!ReadInput("anomaly", o.frame, &frame)) {
         return 1;
     }
-    const uint64_t needed = FrameBytes(o.width, o.height, static_cast<uint64_t>(o.stride));
-    if (static_cast<int64_t>(o.stride) < int64_t{o.width} || frame.size() < needed) {
-        fprintf(stderr, "iqa anomaly: %s holds %zu bytes; a %ux%u frame of stride %d needs %llu\n",
-                o.frame.c_str(), frame.size(), o.width, o.height, o.stride,
-                static_cast<unsigned long long>(needed));
+    AnomalyOutcome outcome;
+    Failure failure;
+    if (!DetectAnomaly(frame, o.width, o.height, o.stride, o.name, o.frame, &outcome, &failure)) {
+        fprintf(stderr, "iqa anomaly: %s\n", failure.reason.c_str());
         return 1;
     }
-    MCS::RecordingService service;
-    MCS::ScopedService installed(&service);
-    __android_log_set_logger(PrintOutcome);
-    IQA::IqaAnomDetect().AnomDetect(frame.data(), o.width, o.height, o.stride, o.name);
-    __android_log_set_logger(__android_log_stderr_logger);
-    for (const MCS::RecordingService::Event& e : service.Events()) {
+    for (const std::string& line : outcome.lines) {
+        printf("%s\n", line.c_str());
+    }
+    for (const MCS::RecordingService::Event& e : outcome.events) {
         PrintEvent(e);
     }
-    if (service.Events().empty()) {
+    if (outcome.events.empty()) {
         printf("no big-data event\n");
     }
     return 0;

@@ -21,10 +21,6 @@ void AddExtractCommand(CLI::App& app, int* status);
 void AddAnomalyCommand(CLI::App& app, int* status);
 void AddRecoverCommand(CLI::App& app, int* status);
 
-// Replays the dump journals of the camera folder under the working directory, printing a line
-// for each to stderr; false when a journal had to be kept.
-bool RecoverCameraRoot();
-
 // Reads a whole input file; prints "iqa <command>: cannot read PATH: why" when it cannot.
 bool ReadInput(const char* command, const std::string& path, std::vector<unsigned char>* bytes);
 

@@ -7,6 +7,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "CommandCores.h"
 #include "Commands.h"
 #include "Heatmap.h"
 #include "ImageFiles.h"
@@ -31,9 +32,27 @@ nlohmann::ordered_json SizeJson(const Size& s) {
     return {{"width", s.width}, {"height", s.height}};
 }
 
+}  // namespace
+
+bool ComparePair(const std::string& photo, const std::string& thumbnail, bool rawPhoto,
+                 PairEvaluation* evaluation, Failure* failure) {
+    for (const std::string& input : {photo, thumbnail}) {
+        Bytes ignored;
+        if (!ReadInputFile(input, &ignored, failure)) {  // one clear line before the library's
+            return false;
+        }
+    }
+    *evaluation = EvaluatePair(photo, thumbnail, rawPhoto);
+    if (!evaluation->ok) {
+        failure->reason = photo + " and " + thumbnail + ": " + evaluation->error;
+    }
+    return evaluation->ok;
+}
+
 // The exact double, block values included, so that their mean can be checked bit for bit.
-nlohmann::ordered_json ToJson(const CompareOptions& o, const PairEvaluation& e,
-                              const std::vector<BlockSpot>& worst) {
+nlohmann::ordered_json CompareDocument(const std::string& photo, const std::string& thumbnail,
+                                       const PairEvaluation& e,
+                                       const std::vector<BlockSpot>& worst) {
     nlohmann::ordered_json spots = nlohmann::ordered_json::array();
     for (const BlockSpot& spot : worst) {
         nlohmann::ordered_json pixels = nlohmann::ordered_json::array();
@@ -43,8 +62,8 @@ nlohmann::ordered_json ToJson(const CompareOptions& o, const PairEvaluation& e,
         spots.push_back(
             {{"block", {spot.blockX, spot.blockY}}, {"ssim", spot.ssim}, {"pixels", pixels}});
     }
-    return {{"photo", o.photo},
-            {"thumbnail", o.thumbnail},
+    return {{"photo", photo},
+            {"thumbnail", thumbnail},
             {"photo_size", SizeJson(e.photo)},
             {"thumbnail_size", SizeJson(e.thumbnail)},
             {"compared", SizeJson(e.compared)},
@@ -53,6 +72,8 @@ nlohmann::ordered_json ToJson(const CompareOptions& o, const PairEvaluation& e,
             {"blocks", {{"columns", e.blocksX}, {"rows", e.blocksY}, {"ssim", e.blocks}}},
             {"worst", spots}};
 }
+
+namespace {
 
 void PrintText(const std::string& photo, const PairEvaluation& e,
                const std::vector<BlockSpot>& worst) {
@@ -70,16 +91,10 @@ void PrintText(const std::string& photo, const PairEvaluation& e,
 }
 
 int Compare(const CompareOptions& o) {
-    for (const std::string& input : {o.photo, o.thumbnail}) {
-        Bytes ignored;
-        if (!ReadInput("compare", input, &ignored)) {  // one clear line before the library's
-            return 1;
-        }
-    }
-    const PairEvaluation e = EvaluatePair(o.photo, o.thumbnail);
-    if (!e.ok) {
-        fprintf(stderr, "iqa compare: %s and %s: %s\n", o.photo.c_str(), o.thumbnail.c_str(),
-                e.error.c_str());
+    PairEvaluation e;
+    Failure failure;
+    if (!ComparePair(o.photo, o.thumbnail, false, &e, &failure)) {
+        fprintf(stderr, "iqa compare: %s\n", failure.reason.c_str());
         return 1;
     }
     const std::vector<BlockSpot> worst = WorstBlocks(e, o.worst);
@@ -89,7 +104,7 @@ int Compare(const CompareOptions& o) {
         return 1;
     }
     if (o.json) {
-        printf("%s\n", ToJson(o, e, worst).dump(2).c_str());
+        printf("%s\n", CompareDocument(o.photo, o.thumbnail, e, worst).dump(2).c_str());
     } else {
         PrintText(o.photo, e, worst);
     }

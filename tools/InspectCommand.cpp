@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "CameraFiles.h"
+#include "CommandCores.h"
 #include "Commands.h"
 
 namespace iqa_tools {
@@ -16,8 +17,10 @@ struct InspectOptions {
     bool json = false;
 };
 
-nlohmann::ordered_json ToJson(const std::string& path, const Bytes& file,
-                              const TrailerListing& listing) {
+}  // namespace
+
+nlohmann::ordered_json InspectDocument(const std::string& path, const Bytes& file,
+                                       const TrailerListing& listing) {
     nlohmann::ordered_json records = nlohmann::ordered_json::array();
     for (const TrailerRecord& r : listing.records) {
         Descriptor d;
@@ -41,6 +44,8 @@ nlohmann::ordered_json ToJson(const std::string& path, const Bytes& file,
                                                 : nlohmann::ordered_json(listing.problem)},
             {"records", records}};
 }
+
+namespace {
 
 void PrintText(const std::string& path, const Bytes& file, const TrailerListing& listing) {
     printf("%s: %zu bytes\n", path.c_str(), file.size());
@@ -74,7 +79,7 @@ int Inspect(const InspectOptions& o) {
     TrailerListing listing;
     const bool whole = ReadTrailer(file, &listing);
     if (o.json) {
-        printf("%s\n", ToJson(o.photo, file, listing).dump(2).c_str());
+        printf("%s\n", InspectDocument(o.photo, file, listing).dump(2).c_str());
     } else {
         PrintText(o.photo, file, listing);
     }

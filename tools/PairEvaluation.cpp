@@ -10,6 +10,7 @@
 #include "BlockSsim.h"
 #include "IqaCompSim.h"
 #include "IqaProcessData.h"
+#include "LibraryLog.h"
 #include "LogLines.h"
 
 namespace iqa_tools {
@@ -17,22 +18,6 @@ namespace iqa_tools {
 namespace {
 
 constexpr unsigned long long kCapacity = 64000000;  // the batch run's buffers
-
-PairEvaluation* gEvaluation = nullptr;
-
-// Keeps the decoded sizes (before any reduction) and the first error the library logs.
-void Observe(const struct __android_logger_data* data, const char* message) {
-    LogLine line;
-    if (!ParseLogLine(message, &line)) {
-        return;
-    }
-    Size size;
-    if (sscanf(line.text.c_str(), "output width %d, height %d", &size.width, &size.height) == 2) {
-        (line.operation == "JpegDecoder" ? gEvaluation->photo : gEvaluation->thumbnail) = size;
-    } else if (data->priority >= ANDROID_LOG_ERROR && gEvaluation->error.empty()) {
-        gEvaluation->error = line.operation + ": " + line.text;
-    }
-}
 
 Image ImageOf(const unsigned char* buffer, int width, int height) {
     const size_t bytes = static_cast<size_t>(width) * static_cast<size_t>(height) * 3;
@@ -45,7 +30,7 @@ const char* Verdict(double ssim) {
     return ssim > static_cast<double>(0.9f) ? "high" : "low";
 }
 
-PairEvaluation EvaluatePair(const std::string& photo, const std::string& thumbnail) {
+PairEvaluation EvaluatePair(const std::string& photo, const std::string& thumbnail, bool rawPhoto) {
     PairEvaluation e;
     const std::unique_ptr<unsigned char, decltype(&free)> thumb(
         static_cast<unsigned char*>(calloc(1, kCapacity)), free);
@@ -63,12 +48,27 @@ PairEvaluation EvaluatePair(const std::string& photo, const std::string& thumbna
     info.jpegBuffer = picture.get();
     info.bufferSize = kCapacity;
     info.thumbDecoderType = IQA::DECODER_THUMBNAIL;
-    info.jpegDecoderType = IQA::DECODER_JPEG;
-    gEvaluation = &e;
-    __android_log_set_logger(Observe);
-    const bool prepared = IQA::IqaProcessData().ProcessImage(info);
-    const bool scored = prepared && IQA::IqaCompSim().ProcessImage(info);
-    __android_log_set_logger(__android_log_stderr_logger);
+    info.jpegDecoderType = rawPhoto ? IQA::DECODER_THUMBNAIL : IQA::DECODER_JPEG;
+    bool prepared = false, scored = false;
+    {
+        // The decoded sizes (before any reduction), in decoding order, and the first error.
+        int decoded = 0;
+        const LibraryLog capture([&](int priority, const char*, const char* message) {
+            LogLine line;
+            Size size;
+            if (!ParseLogLine(message, &line)) {
+                return;
+            }
+            if (sscanf(line.text.c_str(), "output width %d, height %d", &size.width,
+                       &size.height) == 2) {
+                (decoded++ == 0 ? e.thumbnail : e.photo) = size;
+            } else if (priority >= ANDROID_LOG_ERROR && e.error.empty()) {
+                e.error = line.operation + ": " + line.text;
+            }
+        });
+        prepared = IQA::IqaProcessData().ProcessImage(info);
+        scored = prepared && IQA::IqaCompSim().ProcessImage(info);
+    }
     if (!scored) {
         if (prepared) {
             e.error = "no whole 8x8 block to compare at " + std::to_string(info.thumbWidth) + "x" +

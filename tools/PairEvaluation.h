@@ -25,7 +25,10 @@ struct PairEvaluation {
     std::vector<double> blocks;
 };
 
-PairEvaluation EvaluatePair(const std::string& photo, const std::string& thumbnail);
+// rawPhoto: the photo is a raw thumbnail file too (pixels handed over as an array), decoded as
+// the camera's thumbnails are.
+PairEvaluation EvaluatePair(const std::string& photo, const std::string& thumbnail,
+                            bool rawPhoto = false);
 
 // The batch run's verdict: above the single-precision 0.9 is high similarity, anything else low.
 const char* Verdict(double ssim);

@@ -1,30 +1,36 @@
 // iqa recover: completes or discards what a crash left of the library's dumps in a camera root.
-#include <android/log.h>
-
 #include <cstdio>
 #include <memory>
 
+#include "CommandCores.h"
 #include "Commands.h"
 #include "DumpJournal.h"
+#include "LibraryLog.h"
 #include "LogLines.h"
 
 namespace iqa_tools {
 
+IQA::Recovery RecoverCameraRoot(std::vector<std::string>* lines) {
+    const LibraryLog capture([&](int, const char*, const char* message) {
+        LogLine line;
+        lines->push_back(ParseLogLine(message, &line) ? line.text : message);
+    });
+    return IQA::RecoverDumps(kCameraFolder);
+}
+
 namespace {
 
-void PrintRecoveryLine(const struct __android_logger_data*, const char* message) {
-    LogLine line;
-    fprintf(stderr, "recover: %s\n", ParseLogLine(message, &line) ? line.text.c_str() : message);
+// The journals' lines to stderr; false when a journal had to be kept.
+bool Recover() {
+    std::vector<std::string> lines;
+    const IQA::Recovery recovery = RecoverCameraRoot(&lines);
+    for (const std::string& line : lines) {
+        fprintf(stderr, "recover: %s\n", line.c_str());
+    }
+    return recovery.kept == 0;
 }
 
 }  // namespace
-
-bool RecoverCameraRoot() {
-    __android_log_set_logger(PrintRecoveryLine);
-    const IQA::Recovery recovery = IQA::RecoverDumps(kCameraFolder);
-    __android_log_set_logger(__android_log_stderr_logger);
-    return recovery.kept == 0;
-}
 
 void AddRecoverCommand(CLI::App& app, int* status) {
     auto dir = std::make_shared<std::string>(".");
@@ -35,9 +41,8 @@ void AddRecoverCommand(CLI::App& app, int* status) {
         "begun to change it. One line per journal; exit status 1 when a journal could not be "
         "replayed now (it is kept, and tried again by the next recovery).");
     command->add_option("DIR", *dir, "camera root (default: the current folder)");
-    command->callback([dir, status] {
-        *status = EnterCameraRoot("recover", *dir) && RecoverCameraRoot() ? 0 : 1;
-    });
+    command->callback(
+        [dir, status] { *status = EnterCameraRoot("recover", *dir) && Recover() ? 0 : 1; });
 }
 
 }  // namespace iqa_tools

@@ -1,8 +1,6 @@
 // iqa run: registers the thumbnails of a camera root in batches and has the library evaluate
 // them on its worker thread, exactly as the camera host does, then reports the outcome per
 // photo: as a table, JSON or CSV. Keeps the results and the thumbnails for iqa report.
-#include <android/log.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
@@ -10,8 +8,10 @@
 #include <map>
 #include <memory>
 
+#include "CommandCores.h"
 #include "Commands.h"
 #include "IqaTaskManager.h"
+#include "LibraryLog.h"
 #include "RunObserver.h"
 #include "RunResults.h"
 
@@ -30,12 +30,6 @@ struct RunOptions {
     bool json = false;
     bool csv = false;
 };
-
-RunObserver* gObserver = nullptr;
-
-void ObserveLog(const struct __android_logger_data* data, const char* message) {
-    gObserver->OnLog(data->priority, data->tag != nullptr ? data->tag : "", message);
-}
 
 std::vector<std::string> BaseNames(const std::string& folder, const std::string& suffix) {
     std::vector<std::string> names;
@@ -126,11 +120,15 @@ PhotoResult ResultOf(const std::string& name, const PhotoOutcome* o, uintmax_t b
     return r;
 }
 
-int Run(const RunOptions& options) {
-    if (!EnterCameraRoot("run", options.dir)) {
-        return 1;
+}  // namespace
+
+bool RunCameraRoot(bool echo, bool showProgress, std::vector<PhotoResult>* results,
+                   Failure* failure) {
+    std::vector<std::string> recovered;
+    RecoverCameraRoot(&recovered);  // so that the sizes below are the photos' own
+    for (const std::string& line : recovered) {
+        fprintf(stderr, "recover: %s\n", line.c_str());
     }
-    RecoverCameraRoot();  // so that the sizes below are the photos' own
     const std::vector<std::string> jpegs = BaseNames(kCameraFolder, ".jpg");
     const std::vector<std::string> thumbnails = BaseNames(kCacheFolder, ".thumbnail");
     std::map<std::string, uintmax_t> sizesBefore;  // every photo and every thumbnail's photo
@@ -147,30 +145,47 @@ int Run(const RunOptions& options) {
         fprintf(stderr, "iqa run: no thumbnails in %s; %s keeps the previous run\n", kCacheFolder,
                 kLastRunFolder);
     }
-
-    Progress progress(thumbnails.size());
-    RunObserver observer(options.log, &progress);
-    gObserver = &observer;
-    __android_log_set_logger(ObserveLog);
-    const bool completed = Evaluate(thumbnails, observer);  // the manager is destroyed inside
-    __android_log_set_logger(__android_log_stderr_logger);
+    Progress progress(showProgress ? thumbnails.size() : 0);
+    RunObserver observer(echo, &progress);
+    bool completed = false;
+    {
+        const LibraryLog capture([&](int priority, const char* tag, const char* message) {
+            observer.OnLog(priority, tag, message);
+        });
+        completed = Evaluate(thumbnails, observer);  // the manager is destroyed inside
+    }
     progress.Clear();
     if (!completed) {
-        fprintf(stderr, "iqa run: the library stopped reporting progress; run aborted\n");
-        return 1;
+        failure->reason = "the library stopped reporting progress; run aborted";
+        return false;
     }
     const std::map<std::string, PhotoOutcome> outcomes = observer.Outcomes();
-    std::vector<PhotoResult> results;
     for (const auto& [name, before] : sizesBefore) {
         const auto found = outcomes.find(name);
-        results.push_back(ResultOf(name, found == outcomes.end() ? nullptr : &found->second, before,
-                                   FileSize(PhotoPath(name))));
+        results->push_back(ResultOf(name, found == outcomes.end() ? nullptr : &found->second,
+                                    before, FileSize(PhotoPath(name))));
     }
-    const nlohmann::ordered_json document = ToJson(fs::current_path().string(), results);
     if (evaluates) {
-        std::ofstream(fs::path(kLastRunFolder) / "results.json") << document.dump(1) << "\n";
+        std::ofstream(fs::path(kLastRunFolder) / "results.json")
+            << ToJson(fs::current_path().string(), *results).dump(1) << "\n";
     }
-    const std::string out = options.json  ? document.dump(2) + "\n"
+    return true;
+}
+
+namespace {
+
+int Run(const RunOptions& options) {
+    if (!EnterCameraRoot("run", options.dir)) {
+        return 1;
+    }
+    std::vector<PhotoResult> results;
+    Failure failure;
+    if (!RunCameraRoot(options.log, true, &results, &failure)) {
+        fprintf(stderr, "iqa run: %s\n", failure.reason.c_str());
+        return 1;
+    }
+    const std::string out = options.json
+                                ? ToJson(fs::current_path().string(), results).dump(2) + "\n"
                             : options.csv ? ToCsv(results)
                                           : ToTable(results);
     fputs(out.c_str(), stdout);

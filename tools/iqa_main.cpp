@@ -1,33 +1,9 @@
 // iqa: host programs that drive the library the way the camera host does, and let a QA engineer
 // see what it computed and wrote.
-#include <unistd.h>
-
 #include <csignal>
 #include <cstdio>
 
-#include "CameraFiles.h"
 #include "Commands.h"
-
-namespace iqa_tools {
-
-bool ReadInput(const char* command, const std::string& path, std::vector<unsigned char>* bytes) {
-    std::string why;
-    if (ReadWholeFile(path, bytes, &why)) {
-        return true;
-    }
-    fprintf(stderr, "iqa %s: cannot read %s: %s\n", command, path.c_str(), why.c_str());
-    return false;
-}
-
-bool EnterCameraRoot(const char* command, const std::string& dir) {
-    if (chdir(dir.c_str()) == 0 && access(kCameraFolder, F_OK) == 0) {
-        return true;
-    }
-    fprintf(stderr, "iqa %s: %s has no camera folder %s\n", command, dir.c_str(), kCameraFolder);
-    return false;
-}
-
-}  // namespace iqa_tools
 
 int main(int argc, char** argv) {
     // A full file must show as a failed write with its message, not end the program.
