@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs, with apt-get, every package the build, tests, benchmarks and fuzzers need (Chromium
-# renders the iqa tool's HTML report in a test). With
+# renders the iqa tool's HTML report in a test; pybind11, numpy and pytest build and test the
+# Python module). With
 # --cross aarch64 it also installs what cross-building for the phones' 64-bit ARM CPU and
 # running the tests under emulation needs: Debian's cross compiler, qemu-user and the arm64
 # builds of the libraries (multiarch). Safe to run again: only what is missing is installed.
@@ -17,6 +18,7 @@ packages=(
   libjpeg62-turbo-dev libsafec-dev android-liblog-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   libcli11-dev nlohmann-json3-dev libpng-dev chromium
+  python3-dev pybind11-dev python3-numpy python3-pytest
 )
 foreign=""
 case "${1:-}" in

@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
 # Installs the built project into a staging prefix, then builds and runs a host program against
-# it twice: through find_package(iqa) and through pkg-config. When the project is cross-built,
+# it twice: through find_package(iqa) and through pkg-config; where the Python module was built,
+# the machine's Python imports it from the prefix, with no library path given. When the project
+# is cross-built,
 # IQA_TOOLCHAIN (its toolchain file), IQA_CXX (its compiler) and IQA_EMULATOR (the command that
 # runs its programs) make the host program a program for the same target.
 set -euo pipefail
@@ -18,4 +20,8 @@ flags=$(PKG_CONFIG_PATH="$pcdir" pkg-config --cflags --libs iqa)
 # shellcheck disable=SC2086
 "$cxx" -std=c++17 "$source/main.cpp" -o "$work/consumer-pc" $flags
 LD_LIBRARY_PATH="$pcdir/.." "${emulator[@]}" "$work/consumer-pc" 2>/dev/null
+module=$(find "$work/prefix" -name 'iqa.cpython-*.so')
+if [ -n "$module" ]; then
+  PYTHONPATH=$(dirname "$module") /usr/bin/python3 -c 'import iqa, numpy; print("python", iqa.reduce(numpy.zeros((4, 4, 3), numpy.uint8), 2, 2).shape)'
+fi
 echo "consumer ok"
