@@ -254,7 +254,10 @@ TEST_F(Tools, ImportedPhotosScoreExactlyOneUntilTheirThumbnailIsMadeToDisagree) 
     std::filesystem::copy(Root(), dir.File("forced"), std::filesystem::copy_options::recursive);
     const std::string forced = "import " + dir.File("forced") + " --force ";
     EXPECT_EQ(0, Iqa(forced + "--shift 20 " + in + "/wide.jpg").status);
-    EXPECT_EQ(0, Iqa(forced + "--other " + in + "/tail.jpg " + in + "/grey.jpg").status);
+    // Another frame of another shape: reduced to cover the thumbnail, its centre cut out.
+    EXPECT_EQ((Result{0, "grey: 320x240 photo, 320x240 thumbnail (factor 1), made from " + in +
+                             "/wide.jpg (reduced by 4, its centre cut out)\n"}),
+              Iqa(forced + "--other " + in + "/wide.jpg " + in + "/grey.jpg"));
     // Untouched photos score exactly 1 and hold a whole trailer; those made to disagree get a
     // record.
     for (const std::string& root : {Root(), dir.File("forced")}) {
@@ -274,13 +277,21 @@ TEST_F(Tools, ReportShowsEveryPhotoAndImageInABrowser) {
     const Result report = Iqa("report " + Root() + " -o " + dir.File("report.html"));
     ASSERT_EQ((Result{0, dir.File("report.html") + "\n"}), report);
     ASSERT_EQ(0, access("/usr/bin/chromium", X_OK)) << "chromium is missing: run scripts/setup.sh";
+    // In a laptop's 1400-pixel-wide window, with the page's width noted by a script of the test's.
+    Bytes page = iqa_test::ReadFile(dir.File("report.html"));
+    const std::string measure =
+        "<script>addEventListener('load', () => document.body.dataset.fit = "
+        "document.documentElement.scrollWidth <= innerWidth)</script>";
+    page.insert(page.end(), measure.begin(), measure.end());
+    iqa_test::WriteFile(dir.File("measured.html"), page);
     const Result dom = Shell(
         "/usr/bin/chromium --headless --no-sandbox --disable-gpu --disable-quic --no-first-run "
         "--disable-background-networking --disable-component-update --disable-sync "
-        "--user-data-dir=" +
-            dir.File("browser") + " --dump-dom file://" + dir.File("report.html"),
+        "--window-size=1400,900 --user-data-dir=" +
+            dir.File("browser") + " --dump-dom file://" + dir.File("measured.html"),
         false);
     ASSERT_EQ(0, dom.status);
+    EXPECT_NE(std::string::npos, dom.out.find("data-fit=\"true\"")) << "the page is wider";
     // Low verdicts first, then high, then photos without a result; images per row: the
     // thumbnail, the reduced photo and the block map where a pair was compared, and the preview
     // where a record was inserted.

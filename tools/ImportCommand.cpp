@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <memory>
 
+#include "BoxReduce.h"
 #include "CameraFiles.h"
 #include "Commands.h"
 #include "IqaProcessData.h"
@@ -78,6 +79,27 @@ Bytes ReduceTo(const Image& image, const Size& thumb) {
     return rgb;
 }
 
+// Another frame of any shape made into the thumbnail: box-reduced, as the library reduces, by
+// the largest whole factor that still covers the thumbnail, then its centre cut out. 0 when the
+// frame is too small to cover it.
+int CoverAndCrop(const Image& image, const Size& thumb, Bytes* rgb) {
+    const int k = std::min(image.width / thumb.width, image.height / thumb.height);
+    if (k < 1) {
+        return 0;
+    }
+    const int width = image.width / k, height = image.height / k;
+    Bytes covering(static_cast<size_t>(width) * static_cast<size_t>(height) * 3);
+    IQA::BoxReduceRows(image.rgb.data(), k * width, static_cast<size_t>(image.width) * 3,
+                       image.height, covering.data(), width, height);
+    const int x0 = (width - thumb.width) / 2, y0 = (height - thumb.height) / 2;
+    rgb->clear();
+    for (int y = y0; y < y0 + thumb.height; ++y) {
+        const auto row = covering.begin() + (static_cast<long>(y) * width + x0) * 3;
+        rgb->insert(rgb->end(), row, row + static_cast<long>(thumb.width) * 3);
+    }
+    return k;
+}
+
 // The photo file with a camera trailer: its own when whole, else one placeholder record that
 // keeps whatever followed the image.
 bool WithTrailer(const std::string& path, Bytes* photo) {
@@ -127,13 +149,19 @@ bool Publish(const std::string& path, const Bytes& bytes, bool force) {
     return false;
 }
 
-std::string Describe(const ImportOptions& o, const Image& photo, const Size& thumb) {
+// otherFactor: the factor another frame of its own shape was reduced by before its centre was
+// cut out; 0 when it was reduced as the photo is.
+std::string Describe(const ImportOptions& o, const Image& photo, const Size& thumb,
+                     int otherFactor) {
     std::string text = std::to_string(photo.width) + "x" + std::to_string(photo.height) +
                        " photo, " + std::to_string(thumb.width) + "x" +
                        std::to_string(thumb.height) + " thumbnail (factor " +
                        std::to_string(photo.width / thumb.width) + ")";
     if (!o.other.empty()) {
         text += ", made from " + o.other;
+    }
+    if (otherFactor > 0) {
+        text += " (reduced by " + std::to_string(otherFactor) + ", its centre cut out)";
     }
     if (o.shift > 0) {
         text += ", shifted " + std::to_string(o.shift) + " pixels";
@@ -157,16 +185,23 @@ bool ImportOne(const ImportOptions& o, const std::string& path, const Picture* o
     if (!o.thumb.empty()) {
         ParseSize(o.thumb, &thumb);
     }
-    const Picture& source = other != nullptr ? *other : photo;
-    for (const Picture* reduced : {static_cast<const Picture*>(&photo), &source}) {
-        if (!Reducible(reduced->image, thumb)) {
-            fprintf(stderr, "iqa import: %s (%dx%d) cannot be box-reduced to a %dx%d thumbnail\n",
-                    reduced->path.c_str(), reduced->image.width, reduced->image.height, thumb.width,
-                    thumb.height);
-            return false;
-        }
+    if (!Reducible(photo.image, thumb)) {
+        fprintf(stderr, "iqa import: %s (%dx%d) cannot be box-reduced to a %dx%d thumbnail\n",
+                path.c_str(), photo.image.width, photo.image.height, thumb.width, thumb.height);
+        return false;
     }
-    Bytes rgb = ReduceTo(source.image, thumb);
+    // Another frame of the photo's shape is reduced as the photo would be; one of any other
+    // shape is reduced to cover the thumbnail and cropped to its centre.
+    const bool ownShape = other == nullptr || (other->image.width == photo.image.width &&
+                                               other->image.height == photo.image.height);
+    Bytes rgb = ReduceTo(ownShape && other != nullptr ? other->image : photo.image, thumb);
+    const int otherFactor = ownShape ? 0 : CoverAndCrop(other->image, thumb, &rgb);
+    if (!ownShape && otherFactor == 0) {
+        fprintf(stderr, "iqa import: %s (%dx%d) is too small to cover a %dx%d thumbnail\n",
+                other->path.c_str(), other->image.width, other->image.height, thumb.width,
+                thumb.height);
+        return false;
+    }
     rgb = o.shift > 0 ? Shifted(rgb, thumb.width, thumb.height, o.shift) : rgb;
     rgb = o.tint ? ColourCast(rgb) : rgb;
     const std::string name = BaseName(path);
@@ -179,7 +214,7 @@ bool ImportOne(const ImportOptions& o, const std::string& path, const Picture* o
         !Publish(thumbPath, ThumbnailFile(thumb.width, thumb.height, rgb), o.force)) {
         return false;
     }
-    printf("%s: %s\n", name.c_str(), Describe(o, photo.image, thumb).c_str());
+    printf("%s: %s\n", name.c_str(), Describe(o, photo.image, thumb, otherFactor).c_str());
     return true;
 }
 
@@ -236,7 +271,8 @@ void AddImportCommand(CLI::App& app, int* status) {
         ->check(CLI::Range(1, INT_MAX));
     command->add_flag("--tint", options->tint, "make the thumbnail disagree: a colour cast");
     command->add_option("--other", options->other,
-                        "make the thumbnail disagree: reduce this other JPEG instead");
+                        "make the thumbnail disagree: reduce this other JPEG instead (one of "
+                        "another shape to cover the thumbnail, then cropped to its centre)");
     command->add_flag("--force", options->force, "replace photos and thumbnails already there");
     command->callback([options, status] { *status = Import(*options); });
 }

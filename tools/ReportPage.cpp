@@ -1,5 +1,6 @@
 // The report's markup, style and the small script that sorts rows and flags images the browser
-// could not show.
+// could not show. The four image columns take a share of the window's width, so the page fits a
+// laptop screen without scrolling sideways; a click shows an image at full size.
 #include "ReportPage.h"
 
 #include <algorithm>
@@ -21,8 +22,10 @@ th.sort[data-order=descending]::after { content: " \25BC"; }
 .none { color: #666; }
 figure { margin: 0; }
 figcaption, .missing, .note { color: #666; font-size: .9em; max-width: 18em; }
-img { max-width: 240px; image-rendering: pixelated; cursor: zoom-in; display: block; }
-img.zoom { max-width: none; cursor: zoom-out; }
+td.image { width: 15vw; max-width: 240px; }
+img { width: 100%; max-width: 240px; height: auto; image-rendering: pixelated; cursor: zoom-in;
+      display: block; }
+img.zoom { width: auto; max-width: none; cursor: zoom-out; }
 img.broken { outline: 2px solid #b00020; }
 )";
 
@@ -94,11 +97,12 @@ int Group(const PhotoResult& p) {
 
 std::string ImageCell(const ReportImage& image, const std::string& alt) {
     if (image.jpeg.empty()) {
-        return "<td><span class=\"missing\">" + Escape(image.caption) + "</span></td>";
+        return "<td class=\"image\"><span class=\"missing\">" + Escape(image.caption) +
+               "</span></td>";
     }
-    return "<td><figure><img alt=\"" + Escape(alt) + "\" src=\"data:image/jpeg;base64," +
-           Base64(image.jpeg) + "\"><figcaption>" + Escape(image.caption) +
-           "</figcaption></figure></td>";
+    return "<td class=\"image\"><figure><img alt=\"" + Escape(alt) +
+           "\" src=\"data:image/jpeg;base64," + Base64(image.jpeg) + "\"><figcaption>" +
+           Escape(image.caption) + "</figcaption></figure></td>";
 }
 
 std::string Note(const std::string& text) {
