@@ -11,6 +11,7 @@
 #include <map>
 
 #include "BoxReduce.h"
+#include "CameraLayout.h"
 #include "CameraFiles.h"
 #include "SceneGenerator.h"
 
@@ -20,7 +21,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-const std::string kCamera = "storage/emulated/0/DCIM/Camera";
+const std::string kCamera = IQA::kCameraFolder;
 
 std::string Label(const Photo& p) {
     return Name(p) + (p.fullChroma ? "_444" : "");

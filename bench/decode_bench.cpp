@@ -3,12 +3,13 @@
 #include <benchmark/benchmark.h>
 
 #include "BenchData.h"
+#include "CameraLayout.h"
 #include "IqaProcessData.h"
 
 namespace iqa_bench {
 namespace {
 
-constexpr unsigned long long kCapacity = 64000000;
+constexpr unsigned long long kCapacity = IQA::kPixelBufferSize;
 
 void BM_FloorJpegDecode(benchmark::State& state) {
     FloorBuffers buffers;

@@ -5,6 +5,7 @@
 #include <filesystem>
 
 #include "BenchData.h"
+#include "CameraLayout.h"
 #include "CameraFiles.h"
 #include "IqaProcessData.h"
 #include "IqaTaskManager.h"
@@ -13,7 +14,7 @@ namespace iqa_bench {
 namespace {
 
 namespace fs = std::filesystem;
-constexpr unsigned long long kCapacity = 64000000;
+constexpr unsigned long long kCapacity = IQA::kPixelBufferSize;
 
 IqaImageInfo Record(int thumbWidth, int thumbHeight, unsigned char* thumb, unsigned char* photo) {
     IqaImageInfo info{};
@@ -57,7 +58,8 @@ void BM_IqaReply(benchmark::State& state) {
     const std::string previous = fs::current_path().string();
     fs::current_path(camera.root());
     const Bytes thumb = ThumbnailRgb(Photos()[0], 1280, 960);
-    const std::string photo = "storage/emulated/0/DCIM/Camera/" + CameraRoot::Name(0) + ".jpg";
+    const std::string photo =
+        std::string(IQA::kCameraFolder) + "/" + CameraRoot::Name(0) + IQA::kPhotoSuffix;
     Bytes original;
     iqa_tools::ReadWholeFile(photo, &original);
     IQA::IqaTaskManager manager;

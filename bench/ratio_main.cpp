@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "BenchData.h"
+#include "CameraLayout.h"
 #include "BlockSsim.h"
 #include "CameraFiles.h"
 #include "IqaTaskManager.h"
@@ -89,7 +90,8 @@ double PeakMegabytes(IQA::IqaTaskManager& manager, const CameraRoot& root) {
 // journaled dump; the photo is put back outside the timed part.
 double ReplyMilliseconds(IQA::IqaTaskManager& manager, const CameraRoot& root, const Bytes& thumb) {
     fs::current_path(root.root());
-    const std::string photo = "storage/emulated/0/DCIM/Camera/" + CameraRoot::Name(0) + ".jpg";
+    const std::string photo =
+        std::string(IQA::kCameraFolder) + "/" + CameraRoot::Name(0) + IQA::kPhotoSuffix;
     Bytes original;
     iqa_tools::ReadWholeFile(photo, &original);
     const double ms =

@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "CameraLayout.h"
+
 namespace iqa_tools {
 
 void AddSampleCommand(CLI::App& app, int* status);
@@ -28,8 +30,10 @@ bool ReadInput(const char* command, const std::string& path, std::vector<unsigne
 // false.
 bool EnterCameraRoot(const char* command, const std::string& dir);
 
-constexpr const char* kCameraFolder = "storage/emulated/0/DCIM/Camera";
-constexpr const char* kCacheFolder = "storage/emulated/0/DCIM/Camera/cache";
+using IQA::kCacheFolder;
+using IQA::kCameraFolder;
+using IQA::kPhotoSuffix;
+using IQA::kThumbnailSuffix;
 // What iqa run keeps in the camera root for iqa report: results.json and the thumbnails' copies
 // (the run deletes the thumbnails it evaluates).
 constexpr const char* kLastRunFolder = "iqa-last-run";

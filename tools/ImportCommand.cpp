@@ -205,8 +205,8 @@ bool ImportOne(const ImportOptions& o, const std::string& path, const Picture* o
     rgb = o.shift > 0 ? Shifted(rgb, thumb.width, thumb.height, o.shift) : rgb;
     rgb = o.tint ? ColourCast(rgb) : rgb;
     const std::string name = BaseName(path);
-    const std::string photoPath = o.dir + "/" + kCameraFolder + "/" + name + ".jpg";
-    const std::string thumbPath = o.dir + "/" + kCacheFolder + "/" + name + ".thumbnail";
+    const std::string photoPath = o.dir + "/" + kCameraFolder + "/" + name + kPhotoSuffix;
+    const std::string thumbPath = o.dir + "/" + kCacheFolder + "/" + name + kThumbnailSuffix;
     if (!o.force && !Absent(thumbPath)) {  // else the photo would be written without it
         return false;
     }

@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "BlockSsim.h"
+#include "CameraLayout.h"
 #include "IqaCompSim.h"
 #include "IqaProcessData.h"
 #include "LibraryLog.h"
@@ -17,8 +18,6 @@ namespace iqa_tools {
 
 namespace {
 
-constexpr unsigned long long kCapacity = 64000000;  // the batch run's buffers
-
 Image ImageOf(const unsigned char* buffer, int width, int height) {
     const size_t bytes = static_cast<size_t>(width) * static_cast<size_t>(height) * 3;
     return Image{width, height, Bytes(buffer, buffer + bytes)};
@@ -27,15 +26,15 @@ Image ImageOf(const unsigned char* buffer, int width, int height) {
 }  // namespace
 
 const char* Verdict(double ssim) {
-    return ssim > static_cast<double>(0.9f) ? "high" : "low";
+    return ssim > IQA::kHighSimilarity ? "high" : "low";
 }
 
 PairEvaluation EvaluatePair(const std::string& photo, const std::string& thumbnail, bool rawPhoto) {
     PairEvaluation e;
     const std::unique_ptr<unsigned char, decltype(&free)> thumb(
-        static_cast<unsigned char*>(calloc(1, kCapacity)), free);
+        static_cast<unsigned char*>(calloc(1, IQA::kPixelBufferSize)), free);
     const std::unique_ptr<unsigned char, decltype(&free)> picture(
-        static_cast<unsigned char*>(calloc(1, kCapacity)), free);
+        static_cast<unsigned char*>(calloc(1, IQA::kPixelBufferSize)), free);
     if (!thumb || !picture) {
         e.error = "not enough memory for the two pixel buffers";
         return e;
@@ -46,7 +45,7 @@ PairEvaluation EvaluatePair(const std::string& photo, const std::string& thumbna
     info.jpegPath = photo;
     info.thumbBuffer = thumb.get();
     info.jpegBuffer = picture.get();
-    info.bufferSize = kCapacity;
+    info.bufferSize = IQA::kPixelBufferSize;
     info.thumbDecoderType = IQA::DECODER_THUMBNAIL;
     info.jpegDecoderType = rawPhoto ? IQA::DECODER_THUMBNAIL : IQA::DECODER_JPEG;
     bool prepared = false, scored = false;

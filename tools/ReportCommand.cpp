@@ -38,9 +38,9 @@ ReportImage Shown(const Image& image, const std::string& caption) {
 
 void AddComparison(const PhotoResult& result, ReportRow* row) {
     const std::string kept =
-        std::string(kLastRunFolder) + "/thumbnails/" + result.name + ".thumbnail";
+        std::string(kLastRunFolder) + "/thumbnails/" + result.name + kThumbnailSuffix;
     const PairEvaluation e =
-        EvaluatePair(std::string(kCameraFolder) + "/" + result.name + ".jpg", kept);
+        EvaluatePair(std::string(kCameraFolder) + "/" + result.name + kPhotoSuffix, kept);
     if (!e.ok) {
         row->thumbnail.caption = row->photo.caption = row->heatmap.caption = e.error;
         return;
@@ -63,7 +63,7 @@ void AddPreview(const PhotoResult& result, ReportRow* row) {
     std::string why;
     Image preview;
     uint64_t at = 0;
-    const std::string photo = std::string(kCameraFolder) + "/" + result.name + ".jpg";
+    const std::string photo = std::string(kCameraFolder) + "/" + result.name + kPhotoSuffix;
     if (!ReadWholeFile(photo, &file, &why) || !NewestPreview(file, &preview, &at, &why)) {
         row->preview.caption = why;
         return;

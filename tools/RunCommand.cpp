@@ -46,7 +46,7 @@ std::vector<std::string> BaseNames(const std::string& folder, const std::string&
 }
 
 std::string PhotoPath(const std::string& name) {
-    return std::string(kCameraFolder) + "/" + name + ".jpg";
+    return std::string(kCameraFolder) + "/" + name + kPhotoSuffix;
 }
 
 uintmax_t FileSize(const std::string& path) {
@@ -84,7 +84,7 @@ void KeepThumbnails(const std::vector<std::string>& names) {
     fs::remove_all(kLastRunFolder, error);
     fs::create_directories(kept, error);
     for (const std::string& name : names) {
-        const std::string file = name + ".thumbnail";
+        const std::string file = name + kThumbnailSuffix;
         fs::copy_file(fs::path(kCacheFolder) / file, kept / file, error);
     }
 }
@@ -129,8 +129,8 @@ bool RunCameraRoot(bool echo, bool showProgress, std::vector<PhotoResult>* resul
     for (const std::string& line : recovered) {
         fprintf(stderr, "recover: %s\n", line.c_str());
     }
-    const std::vector<std::string> jpegs = BaseNames(kCameraFolder, ".jpg");
-    const std::vector<std::string> thumbnails = BaseNames(kCacheFolder, ".thumbnail");
+    const std::vector<std::string> jpegs = BaseNames(kCameraFolder, kPhotoSuffix);
+    const std::vector<std::string> thumbnails = BaseNames(kCacheFolder, kThumbnailSuffix);
     std::map<std::string, uintmax_t> sizesBefore;  // every photo and every thumbnail's photo
     for (const std::vector<std::string>* names : {&jpegs, &thumbnails}) {
         for (const std::string& name : *names) {

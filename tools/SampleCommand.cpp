@@ -81,12 +81,12 @@ void WritePhoto(const SamplePhoto& p, const std::string& root) {
         photo.insert(photo.end(), trailer.begin(), trailer.end());
     }
     const std::string camera = root + "/" + kCameraFolder + "/";
-    WriteWholeFile(camera + p.name + ".jpg", photo);
+    WriteWholeFile(camera + p.name + kPhotoSuffix, photo);
     if (p.kind != Kind::kNoThumbnail) {
         Bytes thumb(static_cast<size_t>(p.thumbWidth) * p.thumbHeight * 3);
         IQA::IqaProcessData().DownScale(ThumbnailScene(p, scene).data(), p.width, thumb.data(),
                                         p.thumbWidth, p.thumbHeight);
-        WriteWholeFile(root + "/" + kCacheFolder + "/" + p.name + ".thumbnail",
+        WriteWholeFile(root + "/" + kCacheFolder + "/" + p.name + kThumbnailSuffix,
                        ThumbnailFile(p.thumbWidth, p.thumbHeight, thumb));
     }
 }

@@ -51,7 +51,9 @@ void MakeDirs(const std::string& path);
 Bytes CameraPhoto(const Bytes& rgb, int width, int height, const Bytes& record = Bytes(40, 7),
                   const Bytes& other = Bytes(9, 8), const iqa_tools::JpegOptions& options = {});
 
-// The camera folder layout a batch run works on, relative to its working directory.
+// The camera folder layout a batch run works on, relative to its working directory. Spelled out
+// here rather than taken from the library, so that a folder or suffix changed there by mistake
+// fails the tests.
 inline const std::string kCamera = "storage/emulated/0/DCIM/Camera";
 inline std::string PhotoPath(const std::string& name) {
     return kCamera + "/" + name + ".jpg";

@@ -34,7 +34,7 @@ using iqa_tools::Image;
 
 namespace {
 
-constexpr unsigned long long kCapacity = 64000000;  // the batch run's buffers
+using IQA::kPixelBufferSize;
 
 // A file the call needs is not there: FileNotFoundError.
 struct Missing : std::runtime_error {
@@ -213,7 +213,7 @@ py::array_t<uint8_t> Decoded(const std::string& path, int decoderType) {
         Raise(failure);
     }
     const std::unique_ptr<unsigned char, decltype(&free)> buffer(
-        static_cast<unsigned char*>(calloc(1, kCapacity)), free);
+        static_cast<unsigned char*>(calloc(1, kPixelBufferSize)), free);
     int width = 0, height = 0;
     long long pixels = 0;
     {
@@ -227,7 +227,7 @@ py::array_t<uint8_t> Decoded(const std::string& path, int decoderType) {
             }
         });
         pixels = buffer == nullptr ? 0
-                                   : IQA::IqaProcessData().Decoder({path, kCapacity, decoderType},
+                                   : IQA::IqaProcessData().Decoder({path, kPixelBufferSize, decoderType},
                                                                    buffer.get(), &width, &height);
         if (pixels < 1 || width < 1 || height < 1) {
             throw std::invalid_argument(path + ": " + (error.empty() ? "no pixels" : error));
