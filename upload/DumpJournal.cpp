@@ -11,6 +11,7 @@
 #include <cstring>
 #include <vector>
 
+#include "CameraLayout.h"
 #include "FileCalls.h"
 #include "IqaLog.h"
 #include "MallocBlock.h"
@@ -19,8 +20,6 @@ namespace IQA {
 
 namespace {
 
-// Journals sit in the library's own backup folder beside the photos.
-constexpr char kFolderName[] = "iqathumb";
 constexpr char kSuffix[] = ".iqajournal";
 constexpr char kUnfinished[] = ".new";  // behind kSuffix while the journal is being written
 // The format written now, and the first one, whose journals are still replayed: it named the
@@ -32,7 +31,6 @@ constexpr size_t kFirstFields = 6;
 constexpr size_t kHeaderBytes = sizeof(kMagic) + 8 * kFields;
 constexpr size_t kChecksumBytes = 8;
 constexpr uint64_t kFirstPrefixSpan = 4096;
-constexpr mode_t kFolderMode = 0775;               // as the batch run creates the backup folder
 constexpr const char* kRecovery = "RecoverDumps";  // the operation every recovery line names
 
 constexpr uint64_t kFnvBasis = 0xcbf29ce484222325ULL;
@@ -240,9 +238,15 @@ void RecoverJournal(const std::string& folder, const std::string& file,
     }
 }
 
-// A journal that never got its final name: the photo was not touched for it.
+// A journal that never got its final name: the photo was not touched for it. Discarded under the
+// photo's lock, which a live dump holds from before it creates its journal until after its
+// commit: the journal is then never one a dump has made but not yet locked.
 void DiscardUnfinished(const std::string& folder, const std::string& file,
                        const std::string& photoPath, Recovery* recovery) {
+    const ScopedFd photo(OpenRegularFile(photoPath.c_str(), O_RDONLY | O_NOFOLLOW));
+    if (photo.get() >= 0 && !LockExclusive(photo.get(), kPhotoLockWait)) {
+        return;
+    }
     const std::string path = folder + "/" + file;
     const ScopedFd journal(OpenRegularFile(path.c_str(), O_RDONLY | O_NOFOLLOW));
     if (journal.get() < 0 || HeldByLiveDump(journal.get())) {
@@ -258,7 +262,8 @@ void DiscardUnfinished(const std::string& folder, const std::string& file,
 }  // namespace
 
 std::string JournalFolder(const std::string& photoFolder) {
-    return photoFolder + "/" + kFolderName;
+    // Journals sit in the library's own folder beside the photos.
+    return photoFolder + "/" + kBackupFolderName;
 }
 
 bool IdentifyPhoto(int photo, JournalHeader* header) {
@@ -282,7 +287,7 @@ bool Journal::Write(const JournalHeader& header, const unsigned char* tail) {
     }
     // A folder made now is kept by a power cut only once its own folder is synced.
     bool made = false;
-    if (!MakeFolder(folder_.c_str(), kFolderMode, &made) ||
+    if (!MakeFolder(folder_.c_str(), kBackupFolderMode, &made) ||
         (made && !SyncFolder(photoFolder_.c_str()))) {
         return false;
     }
