@@ -116,14 +116,14 @@ bool SyncFile(int fd) {
 }
 
 bool SyncFolder(const char* folder) {
-    if (Intercept({FileCall::kSyncFolder, -1, folder}) != 0) {
+    if (Intercept({FileCall::kOpen, -1, folder}) != 0) {
         return false;
     }
     const int fd = open(folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd < 0) {
         return false;
     }
-    const bool synced = fsync(fd) == 0;
+    const bool synced = Intercept({FileCall::kSyncFolder, fd, folder}) == 0 && fsync(fd) == 0;
     close(fd);
     return synced;
 }
@@ -167,6 +167,10 @@ bool RenameFile(const char* from, const char* to) {
 
 bool UnlinkFile(const char* path) {
     return Intercept({FileCall::kUnlink, -1, path}) == 0 && (unlink(path) == 0 || errno == ENOENT);
+}
+
+bool RemoveEntry(const char* path) {
+    return Intercept({FileCall::kUnlink, -1, path}) == 0 && remove(path) == 0;
 }
 
 bool MakeFolder(const char* path, mode_t mode, bool* made) {

@@ -1,6 +1,7 @@
 // The library's file system calls. Every file is opened without blocking and only when it is a
-// regular file, and every call passes one hook, through which tests fail or cut any of them at
-// the place where it really happens (under any sanitizer, without a preload shim).
+// regular file, and every call that changes a file or a folder (and every open and read) passes
+// one hook, through which tests fail or cut any of them at the place where it really happens
+// (under any sanitizer, without a preload shim).
 #ifndef IQA_COMMON_FILE_CALLS_H
 #define IQA_COMMON_FILE_CALLS_H
 
@@ -84,6 +85,8 @@ bool ReserveSpace(int fd, uint64_t offset, uint64_t length);
 bool RenameFile(const char* from, const char* to);
 // True when `path` is gone afterwards (ENOENT counts as done).
 bool UnlinkFile(const char* path);
+// remove(3): true when this call removed the file (or empty folder) `path`.
+bool RemoveEntry(const char* path);
 // True when `path` is a folder afterwards; *made (when given) says whether this call made it.
 bool MakeFolder(const char* path, mode_t mode, bool* made = nullptr);
 

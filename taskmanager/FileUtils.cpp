@@ -1,8 +1,7 @@
 // The thumbnail backup and the small file utilities of the batch run.
 #include <sys/stat.h>
 
-#include <cstdio>
-
+#include "FileCalls.h"
 #include "IqaLog.h"
 #include "IqaTaskManager.h"
 #include "TaskManagerConstants.h"
@@ -13,7 +12,7 @@ bool IsFileExists(const std::string& path) {
 }
 
 void RemoveFile(const std::string& path, const std::string& label) {
-    if (remove(path.c_str()) == 0) {
+    if (IQA::RemoveEntry(path.c_str())) {
         IQA_LOGI(IQA::kTagUtils, " %s ok(%s)", path.c_str(), label.c_str());
     } else {
         IQA_LOGI(IQA::kTagUtils, " %s failed(%s)", path.c_str(), label.c_str());
@@ -25,12 +24,12 @@ namespace IQA {
 void IqaTaskManager::CopyThumbs(const std::string& thumbPath, const std::string& destFolder,
                                 const std::string& name) {
     IQA_LOGI(kTagTaskManager, "begin back up");
-    if (!IsFileExists(destFolder) && mkdir(destFolder.c_str(), kBackupFolderMode) != 0) {
+    if (!IsFileExists(destFolder) && !MakeFolder(destFolder.c_str(), kBackupFolderMode)) {
         IQA_LOGE(kTagTaskManager, "Failed to create destination directory.");
         return;
     }
     const std::string target = destFolder + "/" + name + kThumbnailSuffix;
-    if (rename(thumbPath.c_str(), target.c_str()) == 0) {
+    if (RenameFile(thumbPath.c_str(), target.c_str())) {
         IQA_LOGI(kTagTaskManager, "back up successfully");
     } else {
         IQA_LOGE(kTagTaskManager, "Failed to back up.");

@@ -15,6 +15,7 @@
 #include <functional>
 #include <map>
 
+#include "CameraFiles.h"
 #include "DumpJournal.h"
 #include "FileCalls.h"
 #include "IqaTaskManager.h"
@@ -23,6 +24,7 @@
 #include "SceneGenerator.h"
 #include "TestFiles.h"
 #include "reference/ReferenceDump.h"
+#include "reference/ReferenceKernels.h"
 
 using iqa_test::Bytes;
 using iqa_test::kCamera;
@@ -231,16 +233,17 @@ class CutDump : public ::testing::Test {
         return InChildren(1, [&](int) { Dump(action); });
     }
 
-    // Recovers twice: the photo must be `expected` (or either form when none is given) after the
-    // first time, and the second time must find nothing to do and leave no journal behind.
-    bool RecoverTo(const Bytes* expected) {
+    // Recovers twice: the photo must be `expected` (or the original or `recordedForm`, by default
+    // the dump's, when none is given) after the first time, and the second time must find nothing
+    // to do and leave no journal behind.
+    bool RecoverTo(const Bytes* expected, const Bytes* recordedForm = nullptr) {
         IQA::RecoverDumps(kCamera);
         const Bytes once = iqa_test::ReadFile(photo);
         const IQA::Recovery again = IQA::RecoverDumps(kCamera);
-        std::error_code none;  // no journal folder at all is clean too
-        const bool clean = fs::is_empty(IQA::JournalFolder(kCamera), none) || none;
+        const bool clean = !IQA::JournalPending(kCamera, "p.jpg");  // thumbnails may stay
+        const Bytes& recorded = recordedForm != nullptr ? *recordedForm : withRecord;
         const bool whole =
-            expected != nullptr ? once == *expected : once == original || once == withRecord;
+            expected != nullptr ? once == *expected : once == original || once == recorded;
         const bool idle = again.completed == 0 && again.discarded == 0 && again.kept == 0;
         return whole && clean && idle && iqa_test::ReadFile(photo) == once;
     }
@@ -409,6 +412,47 @@ TEST_F(CutDump, AStartingWorkerCompletesAnInterruptedDumpOfTheSamePhotoOnly) {
                             "/q.jpg: the photo is gone or was replaced"));
     EXPECT_EQ(withRecord, iqa_test::ReadFile(photo));
     EXPECT_EQ(replaced, iqa_test::ReadFile(kCamera + "/q.jpg"));
+}
+
+// A batch run killed at any of its file calls, the thumbnail's backup move and its removal
+// included, loses no thumbnail before its photo was evaluated and tears no photo: the thumbnail
+// is in the cache or the backup folder until the removal, and recovery leaves the original or
+// the original plus the run's record (the thumbnail, which disagrees, reduced to NV12).
+TEST_F(CutDump, ABatchRunKilledAtAnyFileCallLosesNoThumbnail) {
+    const Bytes thumb = iqa_test::RandomBytes(24 * 16 * 3, 5);
+    const Bytes reduced = iqa_ref::Reduced(thumb, 24, 6, 4);
+    const Bytes recorded = iqa_ref::WithRecord(
+        original, iqa_ref::LastRecordIfWhole(original, iqa_ref::JpegEnd(original)),
+        iqa_ref::Nv12(reduced.data(), 6, 4), {6, 4, 6, 36, 1, "Iqa_comparessim", {}});
+    iqa_test::MakeDirs(kCamera + "/cache");
+    const auto batch = [&](const Action& action) {
+        iqa_test::WriteFile(photo, original);
+        iqa_test::WriteFile(iqa_test::CachedThumb("p"), iqa_tools::ThumbnailFile(24, 16, thumb));
+        fs::remove_all(IQA::JournalFolder(kCamera));
+        IQA::IqaTaskManager manager;
+        manager.RegisterTask("p");
+        gAction = action;
+        gCalls = 0;
+        IQA::SetFileCallHook(Hook);
+        manager.BeginProcess();
+        IQA::SetFileCallHook(nullptr);
+    };
+    int removal = -1;
+    batch([&](int k, const IQA::FileCallInfo& info, size_t*) {
+        const bool removes = info.call == IQA::FileCall::kUnlink &&
+                             std::string(info.path) == iqa_test::BackupThumb("p");
+        removal = removes ? k : removal;
+        return 0;
+    });
+    ASSERT_EQ(recorded, iqa_test::ReadFile(photo)) << "the uncut run";
+    ASSERT_GE(removal, 0);
+    for (int k = 0, calls = gCalls; k < calls; ++k) {
+        ASSERT_TRUE(InChildren(1, [&](int) { batch(Cut(k, 0)); })) << "call " << k;
+        const bool kept =
+            fs::exists(iqa_test::CachedThumb("p")) || fs::exists(iqa_test::BackupThumb("p"));
+        EXPECT_TRUE(kept || k > removal) << "the thumbnail was lost at call " << k;
+        EXPECT_TRUE(RecoverTo(nullptr, &recorded)) << "torn at call " << k;
+    }
 }
 
 // Every record's payload, the file's last first; *closes when the chain of records walked back
