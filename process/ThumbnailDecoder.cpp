@@ -6,6 +6,7 @@
 #include "IqaLog.h"
 #include "IqaProcessData.h"
 #include "KernelClones.h"
+#include "LittleEndian.h"
 #include "MallocBlock.h"
 #include "ResolvedPath.h"
 #include "SafeCopy.h"
@@ -20,12 +21,6 @@ namespace {
 constexpr const char* kOperation = "ThumbnailDecoder";
 constexpr size_t kHeaderSize = 16;
 constexpr int kRawPixelBytes = 4;
-
-int32_t ReadLittleEndian32(const unsigned char* p) {
-    return static_cast<int32_t>(static_cast<uint32_t>(p[0]) | static_cast<uint32_t>(p[1]) << 8 |
-                                static_cast<uint32_t>(p[2]) << 16 |
-                                static_cast<uint32_t>(p[3]) << 24);
-}
 
 // Raw pixels are read 256 KiB at a time through the header's allocation: few read calls, and
 // each block is still in L2 when it is compacted.
@@ -108,8 +103,8 @@ long long DecodeThumbnailFile(const char* path, unsigned char* buffer,
                    "Failed to read file header: %s.", path);
         return 0;
     }
-    const int32_t w = ReadLittleEndian32(header.get() + 8);
-    const int32_t h = ReadLittleEndian32(header.get() + 12);
+    const int32_t w = static_cast<int32_t>(LoadLE32(header.get() + 8));
+    const int32_t h = static_cast<int32_t>(LoadLE32(header.get() + 12));
     const int64_t pixels = static_cast<int64_t>(w) * h;
     if (!RawPixelsFit(pixels, bufferSize)) {
         IQA_LOG_OP(ANDROID_LOG_ERROR, kTagProcessData, kOperation, "buffer size too small!");

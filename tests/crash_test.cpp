@@ -455,30 +455,6 @@ TEST_F(CutDump, ABatchRunKilledAtAnyFileCallLosesNoThumbnail) {
     }
 }
 
-// Every record's payload, the file's last first; *closes when the chain of records walked back
-// from the file header ends exactly at the JPEG's end.
-std::vector<Bytes> Payloads(const Bytes& file, bool* closes) {
-    const auto u32 = [&](size_t at) {
-        return static_cast<size_t>(file[at] | file[at + 1] << 8 | file[at + 2] << 16 |
-                                   static_cast<uint32_t>(file[at + 3]) << 24);
-    };
-    const size_t imageEnd = iqa_ref::JpegEnd(file);
-    std::vector<Bytes> payloads;
-    *closes = false;
-    if (file.size() < 24 || u32(file.size() - 24) > file.size() - 24) {
-        return payloads;
-    }
-    size_t end = file.size() - 24 - u32(file.size() - 24);
-    while (end >= imageEnd + 12 && end - imageEnd - 12 >= u32(end - 12)) {
-        const size_t length = u32(end - 12);
-        payloads.emplace_back(file.begin() + static_cast<long>(end - 12 - length),
-                              file.begin() + static_cast<long>(end - 12));
-        end -= 12 + length;
-    }
-    *closes = end == imageEnd;
-    return payloads;
-}
-
 // Two processes each dump into the same photo many times at once. Each dump waits for the other
 // one's to end and then finds the photo as it was left: the photo ends up as the original plus
 // every record, each whole, in front of the camera's own, and its trailer walks back to the
@@ -495,10 +471,13 @@ TEST_F(CutDump, TwoProcessesDumpingIntoOnePhotoNeverInterleave) {
             IQA::IqaUpLoad().SaveCustomBuffer(photo, buffer(process, i).data(), &d);
         }
     }));
-    bool closes = false;
-    std::vector<Bytes> payloads = Payloads(iqa_test::ReadFile(photo), &closes);
-    EXPECT_TRUE(closes);
-    ASSERT_EQ(2u * kDumps + 1, payloads.size());
+    const Bytes after = iqa_test::ReadFile(photo);
+    std::vector<Bytes> payloads;
+    for (const iqa_ref::Record& r : iqa_ref::RecordsIfWhole(after, iqa_ref::JpegEnd(after))) {
+        payloads.emplace_back(after.begin() + static_cast<long>(r.offset),
+                              after.begin() + static_cast<long>(r.offset + r.length));
+    }
+    ASSERT_EQ(2u * kDumps + 1, payloads.size()) << "a chain that does not close has none";
     EXPECT_EQ(iqa_test::RandomBytes(9000, 1), payloads.front());  // the camera's, still last
     std::vector<Bytes> expected;
     for (int process = 0; process < 2; ++process) {

@@ -2,6 +2,7 @@
 // files, and managers destroyed mid-run. Run under ThreadSanitizer in CI.
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <iostream>
 #include <random>
 #include <thread>
@@ -13,6 +14,7 @@
 #include "ManagerPeer.h"
 #include "SceneGenerator.h"
 #include "TestFiles.h"
+#include "reference/ReferenceDump.h"
 
 using iqa_test::Bytes;
 
@@ -118,10 +120,12 @@ TEST_F(Stress, HostThreadsAndDestructionDuringRuns) {
         // verdict.
         const Bytes after = iqa_test::ReadFile(PhotoPath(name));
         if (after != originals[i]) {
-            iqa_tools::TrailerListing listing;
-            ASSERT_TRUE(iqa_tools::ReadTrailer(after, &listing)) << name << listing.problem;
-            ASSERT_EQ(2u, listing.records.size()) << name;
-            EXPECT_EQ("Iqa_com", listing.records[1].tag);
+            // Checked with the tests' own reference walk, not the library's.
+            const std::vector<iqa_ref::Record> records =
+                iqa_ref::RecordsIfWhole(after, iqa_ref::JpegEnd(after));
+            ASSERT_EQ(2u, records.size()) << name;
+            EXPECT_EQ(0,
+                      std::memcmp(&after[records[1].offset + records[1].length + 4], "Iqa_com", 8));
             EXPECT_EQ(originals[i].size() + 20 + 132, after.size());
             EXPECT_GT(startsWith("[IqaProc]:img " + PhotoPath(name) + " with low"), 0u) << name;
         }

@@ -12,6 +12,7 @@
 
 #include "FileCalls.h"
 #include "JpegStream.h"
+#include "LittleEndian.h"
 
 namespace iqa_tools {
 
@@ -67,26 +68,11 @@ bool PublishFile(const std::string& path, const Bytes& bytes, bool replace) {
     return published;
 }
 
-uint32_t ReadU32(const Bytes& bytes, size_t offset) {
-    return static_cast<uint32_t>(bytes[offset]) | static_cast<uint32_t>(bytes[offset + 1]) << 8 |
-           static_cast<uint32_t>(bytes[offset + 2]) << 16 |
-           static_cast<uint32_t>(bytes[offset + 3]) << 24;
-}
-
-int32_t ReadI32(const Bytes& bytes, size_t offset) {
-    return static_cast<int32_t>(ReadU32(bytes, offset));
-}
-
-void AppendU32(Bytes* bytes, uint32_t value) {
-    for (int i = 0; i < 4; ++i) {
-        bytes->push_back(static_cast<unsigned char>(value >> (8 * i)));
-    }
-}
-
 Bytes ThumbnailFile(int width, int height, const Bytes& rgb) {
     Bytes file = {'T', 'H', 'U', 'M', 'B', 0, 0, 1};
-    AppendU32(&file, static_cast<uint32_t>(width));
-    AppendU32(&file, static_cast<uint32_t>(height));
+    file.resize(kThumbnailHeaderSize);
+    IQA::StoreLE32(&file[8], static_cast<uint32_t>(width));
+    IQA::StoreLE32(&file[12], static_cast<uint32_t>(height));
     const size_t pixels = static_cast<size_t>(width) * static_cast<size_t>(height);
     file.reserve(file.size() + 4 * pixels);
     for (size_t i = 0; i < pixels; ++i) {
@@ -165,15 +151,18 @@ Bytes Trailer(const std::vector<std::pair<std::string, Bytes>>& records, const B
     Bytes trailer;
     for (const auto& [tag, payload] : records) {
         trailer.insert(trailer.end(), payload.begin(), payload.end());
-        AppendU32(&trailer, static_cast<uint32_t>(payload.size()));
-        char head[8] = {};
-        std::strncpy(head, tag.c_str(), 7);
-        trailer.insert(trailer.end(), head, head + 8);
+        char head[IQA::kTagSize] = {};
+        std::strncpy(head, tag.c_str(), IQA::kTagSize - 1);
+        trailer.resize(trailer.size() + IQA::kDataHeaderSize);
+        IQA::EncodeDataHeader(static_cast<uint32_t>(payload.size()), head,
+                              &trailer[trailer.size() - IQA::kDataHeaderSize]);
     }
     trailer.insert(trailer.end(), other.begin(), other.end());
-    AppendU32(&trailer, static_cast<uint32_t>(other.size()));
-    const char fileTag[20] = "CAMTRAILER v1";
-    trailer.insert(trailer.end(), fileTag, fileTag + sizeof(fileTag));
+    const char carried[IQA::kFileHeaderSize - 4] = "CAMTRAILER v1";
+    trailer.resize(trailer.size() + IQA::kFileHeaderSize);
+    IQA::EncodeFileHeader(static_cast<uint32_t>(other.size()),
+                          reinterpret_cast<const unsigned char*>(carried),
+                          &trailer[trailer.size() - IQA::kFileHeaderSize]);
     return trailer;
 }
 
@@ -199,19 +188,9 @@ bool ReadTrailer(const Bytes& file, TrailerListing* listing) {
 }
 
 bool ReadDescriptor(const Bytes& file, const TrailerRecord& record, Descriptor* descriptor) {
-    if (record.payloadLength < kDescriptorSize) {
-        return false;
-    }
-    const size_t at = record.payloadOffset + record.payloadLength - kDescriptorSize;
-    descriptor->width = ReadI32(file, at);
-    descriptor->height = ReadI32(file, at + 4);
-    descriptor->stride = ReadI32(file, at + 8);
-    descriptor->size = ReadI32(file, at + 12);
-    descriptor->format = ReadI32(file, at + 16);
-    const char* name = reinterpret_cast<const char*>(&file[at + 20]);
-    descriptor->algoname = std::string(name, strnlen(name, 30));
-    return descriptor->size >= 0 &&
-           static_cast<uint64_t>(descriptor->size) + kDescriptorSize == record.payloadLength;
+    return record.payloadOffset + record.payloadLength <= file.size() &&
+           IQA::DecodeDescriptor(file.data() + record.payloadOffset, record.payloadLength,
+                                 descriptor);
 }
 
 }  // namespace iqa_tools

@@ -26,9 +26,6 @@ struct Image {
 };
 
 constexpr size_t kThumbnailHeaderSize = 16;
-constexpr size_t kDataHeaderSize = 12;
-constexpr size_t kFileHeaderSize = 24;
-constexpr size_t kDescriptorSize = 120;
 
 // Reads a whole regular file; a folder, FIFO or device is refused without waiting on it. On
 // failure *why (when given) says what went wrong.
@@ -62,10 +59,6 @@ bool DecodeJpeg(const Bytes& jpeg, Bytes* rgb, int* width, int* height);
 // 24-byte file header whose first 4 bytes give the other data's length.
 Bytes Trailer(const std::vector<std::pair<std::string, Bytes>>& records, const Bytes& other);
 
-uint32_t ReadU32(const Bytes& bytes, size_t offset);
-int32_t ReadI32(const Bytes& bytes, size_t offset);
-void AppendU32(Bytes* bytes, uint32_t value);
-
 using TrailerRecord = IQA::TrailerRecord;
 
 struct TrailerListing {
@@ -81,10 +74,7 @@ struct TrailerListing {
 bool ReadTrailer(const Bytes& file, TrailerListing* listing);
 
 // The image descriptor that ends a custom-buffer record's payload.
-struct Descriptor {
-    int32_t width, height, stride, size, format;
-    std::string algoname;
-};
+using Descriptor = IQA::ImageDescriptor;
 
 // True when the payload is long enough to end in a descriptor whose size field matches it.
 bool ReadDescriptor(const Bytes& file, const TrailerRecord& record, Descriptor* descriptor);

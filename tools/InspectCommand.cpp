@@ -53,7 +53,7 @@ void PrintText(const std::string& path, const Bytes& file, const TrailerListing&
         printf("no trailer: %s\n", listing.problem.c_str());
         return;
     }
-    printf("file header at %zu, other data: %u bytes\n", file.size() - kFileHeaderSize,
+    printf("file header at %zu, other data: %u bytes\n", file.size() - IQA::kFileHeaderSize,
            listing.otherLength);
     for (const TrailerRecord& r : listing.records) {
         printf("record at %llu: %u bytes, tag \"%s\"\n",

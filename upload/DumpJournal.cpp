@@ -14,6 +14,7 @@
 #include "CameraLayout.h"
 #include "FileCalls.h"
 #include "IqaLog.h"
+#include "LittleEndian.h"
 #include "MallocBlock.h"
 
 namespace IQA {
@@ -50,25 +51,11 @@ class Checksum {
     uint64_t value_ = kFnvBasis;
 };
 
-void PutU64(unsigned char* out, uint64_t value) {
-    for (int i = 0; i < 8; ++i) {
-        out[i] = static_cast<unsigned char>(value >> (8 * i));
-    }
-}
-
-uint64_t GetU64(const unsigned char* in) {
-    uint64_t value = 0;
-    for (int i = 7; i >= 0; --i) {
-        value = value << 8 | in[i];
-    }
-    return value;
-}
-
 void Encode(const JournalHeader& h, unsigned char* out) {
     std::memcpy(out, kMagic, sizeof(kMagic));
     const uint64_t fields[kFields] = {h.oldLength, h.offset, h.prefix, h.tailLength};
     for (size_t i = 0; i < kFields; ++i) {
-        PutU64(out + sizeof(kMagic) + 8 * i, fields[i]);
+        StoreLE64(out + sizeof(kMagic) + 8 * i, fields[i]);
     }
 }
 
@@ -89,13 +76,13 @@ bool Decode(const unsigned char* bytes, size_t size, JournalHeader* h, size_t* t
                                       &h->offset, &h->prefix, &h->tailLength};
     uint64_t* now4[kFields] = {&h->oldLength, &h->offset, &h->prefix, &h->tailLength};
     for (size_t i = 0; i < fields; ++i) {
-        *(first ? first6 : now4)[i] = GetU64(bytes + sizeof(kMagic) + 8 * i);
+        *(first ? first6 : now4)[i] = LoadLE64(bytes + sizeof(kMagic) + 8 * i);
     }
     h->wholePrefix = !first;
     Checksum sum;
     sum.Add(bytes, size - kChecksumBytes);
     return h->tailLength == size - *tailAt - kChecksumBytes &&
-           sum.value() == GetU64(bytes + size - kChecksumBytes);
+           sum.value() == LoadLE64(bytes + size - kChecksumBytes);
 }
 
 // FNV-1a over the little-endian 64-bit words of `count` bytes (the last word padded with zeros),
@@ -105,7 +92,7 @@ uint64_t HashWords(uint64_t hash, const unsigned char* bytes, size_t count) {
     for (size_t i = 0; i < count; i += 8) {
         unsigned char word[8] = {};
         std::memcpy(word, bytes + i, std::min<size_t>(8, count - i));
-        hash = (hash ^ GetU64(word)) * kFnvPrime;
+        hash = (hash ^ LoadLE64(word)) * kFnvPrime;
     }
     return hash;
 }
@@ -303,7 +290,7 @@ bool Journal::Write(const JournalHeader& header, const unsigned char* tail) {
     sum.Add(head, sizeof(head));
     sum.Add(tail, static_cast<size_t>(header.tailLength));
     unsigned char end[kChecksumBytes];
-    PutU64(end, sum.value());
+    StoreLE64(end, sum.value());
     const uint64_t endAt = kHeaderBytes + header.tailLength;
     if (!WriteFully(fd_, 0, head, sizeof(head)) ||
         !WriteFully(fd_, kHeaderBytes, tail, static_cast<size_t>(header.tailLength)) ||

@@ -19,14 +19,10 @@ namespace IQA {
 
 namespace {
 
-constexpr int64_t kDescriptorSize = sizeof(ImageDumpExpand);
+constexpr const char* kOperation = "SaveCustomBuffer";  // the dump's helpers log for it
 constexpr int kBigDataEventId = 8;
 
-struct DataHeader {
-    uint32_t length;
-    char head[8];
-};
-static_assert(sizeof(DataHeader) == kDataHeaderSize, "file format: 12-byte data header");
+static_assert(sizeof(ImageDumpExpand) == kDescriptorSize, "written into photos byte for byte");
 
 // The photo's folder and file name, from its resolved path.
 struct PhotoPlace {
@@ -60,7 +56,7 @@ bool TrailerWhole(ByteSource& photo) {
 void CopyCustomBuffer(unsigned char* block, const unsigned char* buffer, size_t size) {
     for (size_t done = 0; done < size;) {
         const size_t chunk = std::min<size_t>(size - done, RSIZE_MAX_MEM);
-        IQA_CHECK_COPY_AS(kTagUpLoad, "SaveCustomBuffer",
+        IQA_CHECK_COPY_AS(kTagUpLoad, kOperation,
                           memcpy_s(block + done, chunk, buffer + done, chunk));
         done += chunk;
     }
@@ -72,22 +68,17 @@ bool FillRecord(int photo, const TrailerTail& tail, const unsigned char* buffer,
                 ImageDumpExpand* descriptor, unsigned char* block) {
     const size_t size = static_cast<size_t>(descriptor->size);
     CopyCustomBuffer(block, buffer, size);
-    IQA_CHECK_COPY_AS(kTagUpLoad, "SaveCustomBuffer",
+    IQA_CHECK_COPY_AS(kTagUpLoad, kOperation,
                       memcpy_s(block + size, kDescriptorSize, descriptor, kDescriptorSize));
-    // Built aside and copied in: the header's place in the block has no 4-byte alignment.
-    DataHeader header;
-    IQA_CHECK_COPY_AS(kTagUpLoad, "SaveCustomBuffer",
-                      memset_s(&header, sizeof(header), 0, sizeof(header)));
-    header.length = static_cast<uint32_t>(size + kDescriptorSize);
-    if (strncpy_s(header.head, sizeof(header.head), descriptor->algoname,
-                  sizeof(header.head) - 1) != 0) {
-        IQA_LOG_OP(ANDROID_LOG_ERROR, kTagUpLoad, "SaveCustomBuffer", "%s failed",
+    char head[kTagSize];
+    IQA_CHECK_COPY_AS(kTagUpLoad, kOperation, memset_s(head, sizeof(head), 0, sizeof(head)));
+    if (strncpy_s(head, sizeof(head), descriptor->algoname, sizeof(head) - 1) != 0) {
+        IQA_LOG_OP(ANDROID_LOG_ERROR, kTagUpLoad, kOperation, "%s failed",
                    "strncpy_s(dataHeader->head, sizeof(dataHeader->head), "
                    "imageDumpExpand->algoname, sizeof(dataHeader->head)-1)");
     }
-    IQA_CHECK_COPY_AS(
-        kTagUpLoad, "SaveCustomBuffer",
-        memcpy_s(block + size + kDescriptorSize, kDataHeaderSize, &header, sizeof(header)));
+    EncodeDataHeader(static_cast<uint32_t>(size + kDescriptorSize), head,
+                     block + size + kDescriptorSize);
     unsigned char* oldTail = block + size + kDescriptorSize + kDataHeaderSize;
     return ReadFully(photo, static_cast<uint64_t>(tail.offset), oldTail,
                      static_cast<size_t>(tail.length));
@@ -108,10 +99,10 @@ void InsertRecord(int photo, const PhotoPlace& place, const TrailerTail& tail,
     if (!ReserveSpace(photo, static_cast<uint64_t>(tail.fileLength), growth) ||
         !IdentifyPhoto(photo, &header) || !journal.Write(header, block.get())) {
         if (OutOfSpace(errno)) {
-            IQA_LOG_OP(ANDROID_LOG_ERROR, kTagUpLoad, "SaveCustomBuffer",
+            IQA_LOG_OP(ANDROID_LOG_ERROR, kTagUpLoad, kOperation,
                        "IqaUpLoad SaveBuffer: no space to grow %s.", path.c_str());
         } else {
-            IQA_LOG_OP(ANDROID_LOG_ERROR, kTagUpLoad, "SaveCustomBuffer",
+            IQA_LOG_OP(ANDROID_LOG_ERROR, kTagUpLoad, kOperation,
                        "IqaUpLoad SaveBuffer: Failed to write %s, it is unchanged.", path.c_str());
         }
         return;
@@ -120,14 +111,62 @@ void InsertRecord(int photo, const PhotoPlace& place, const TrailerTail& tail,
     const uint64_t offset = static_cast<uint64_t>(tail.offset);
     if (!ApplyTail(photo, offset, block.get(), block.size()) &&
         !ApplyTail(photo, offset, block.get(), block.size())) {
-        IQA_LOG_OP(ANDROID_LOG_ERROR, kTagUpLoad, "SaveCustomBuffer",
+        IQA_LOG_OP(ANDROID_LOG_ERROR, kTagUpLoad, kOperation,
                    "IqaUpLoad SaveBuffer: Failed to write %s, the next recovery completes it.",
                    path.c_str());
         return;
     }
     journal.Remove();  // if it stays, replaying it changes nothing
-    IQA_LOG_OP(ANDROID_LOG_INFO, kTagUpLoad, "SaveCustomBuffer", "save custombuffer in %s.",
-               path.c_str());
+    IQA_LOG_OP(ANDROID_LOG_INFO, kTagUpLoad, kOperation, "save custombuffer in %s.", path.c_str());
+}
+
+// The trailer's two nearest headers point inside the file and its record chain is whole;
+// otherwise the photo is not written, with the line that says why.
+bool TrailerChecksOut(int photo, const std::string& path, TrailerTail* tail) {
+    FileSource source(photo, static_cast<uint64_t>(std::max<int64_t>(0, FileLength(photo))));
+    switch (LocateLastRecord(source, tail)) {
+        case TrailerStatus::kNoFileHeader:
+            IQA_LOG_OP(ANDROID_LOG_ERROR, kTagUpLoad, kOperation,
+                       "IqaUpLoad SaveBuffer: Failed to read file header: %s.", path.c_str());
+            return false;
+        case TrailerStatus::kNoDataHeader:
+            IQA_LOG_OP(ANDROID_LOG_ERROR, kTagUpLoad, kOperation,
+                       "IqaUpLoad SaveBuffer: Failed to read ctrace header: %s.", path.c_str());
+            return false;
+        case TrailerStatus::kOutside:  // not a trailer this system can extend; nothing to say
+            return false;
+        case TrailerStatus::kFound:
+            break;
+    }
+    if (!TrailerWhole(source)) {
+        IQA_LOG_OP(ANDROID_LOG_ERROR, kTagUpLoad, kOperation,
+                   "IqaUpLoad SaveBuffer: damaged trailer, not written: %s.", path.c_str());
+        return false;
+    }
+    return true;
+}
+
+// A custom buffer to insert, no earlier record still pending, and room to grow.
+bool RecordMayGoIn(const PhotoPlace& place, const std::string& path, const unsigned char* buffer,
+                   const ImageDumpExpand* descriptor, const TrailerTail& tail) {
+    if (descriptor == nullptr || descriptor->size < 0 ||
+        (buffer == nullptr && descriptor->size > 0)) {
+        IQA_LOG_OP(ANDROID_LOG_ERROR, kTagUpLoad, kOperation,
+                   "IqaUpLoad SaveBuffer: no custom buffer for %s.", path.c_str());
+        return false;
+    }
+    if (JournalPending(place.folder, place.name)) {
+        IQA_LOG_OP(ANDROID_LOG_ERROR, kTagUpLoad, kOperation,
+                   "IqaUpLoad SaveBuffer: an earlier record is still pending in %s.", path.c_str());
+        return false;
+    }
+    const int64_t growth = descriptor->size + kDescriptorSize + kDataHeaderSize;
+    if (!WithinFileSizeLimit(static_cast<uint64_t>(tail.fileLength + growth))) {
+        IQA_LOG_OP(ANDROID_LOG_ERROR, kTagUpLoad, kOperation,
+                   "IqaUpLoad SaveBuffer: no space to grow %s.", path.c_str());
+        return false;
+    }
+    return true;
 }
 
 }  // namespace
@@ -158,44 +197,13 @@ void IqaUpLoad::SaveCustomBuffer(const std::string& path, const unsigned char* b
                  path.c_str());
         return;
     }
-    FileSource source(photo.get(),
-                      static_cast<uint64_t>(std::max<int64_t>(0, FileLength(photo.get()))));
     TrailerTail tail{};
-    switch (LocateLastRecord(source, &tail)) {
-        case TrailerStatus::kNoFileHeader:
-            IQA_LOGE(kTagUpLoad, "IqaUpLoad SaveBuffer: Failed to read file header: %s.",
-                     path.c_str());
-            return;
-        case TrailerStatus::kNoDataHeader:
-            IQA_LOGE(kTagUpLoad, "IqaUpLoad SaveBuffer: Failed to read ctrace header: %s.",
-                     path.c_str());
-            return;
-        case TrailerStatus::kOutside:  // not a trailer this system can extend; nothing to say
-            return;
-        case TrailerStatus::kFound:
-            break;
-    }
-    if (!TrailerWhole(source)) {
-        IQA_LOGE(kTagUpLoad, "IqaUpLoad SaveBuffer: damaged trailer, not written: %s.",
-                 path.c_str());
+    if (!TrailerChecksOut(photo.get(), path, &tail) ||
+        !RecordMayGoIn(place, path, buffer, imageDumpExpand, tail)) {
         return;
     }
-    if (imageDumpExpand == nullptr || imageDumpExpand->size < 0 ||
-        (buffer == nullptr && imageDumpExpand->size > 0)) {
-        IQA_LOGE(kTagUpLoad, "IqaUpLoad SaveBuffer: no custom buffer for %s.", path.c_str());
-        return;
-    }
-    if (JournalPending(place.folder, place.name)) {
-        IQA_LOGE(kTagUpLoad, "IqaUpLoad SaveBuffer: an earlier record is still pending in %s.",
-                 path.c_str());
-        return;
-    }
-    const int64_t growth = imageDumpExpand->size + kDescriptorSize + kDataHeaderSize;
-    if (!WithinFileSizeLimit(static_cast<uint64_t>(tail.fileLength + growth))) {
-        IQA_LOGE(kTagUpLoad, "IqaUpLoad SaveBuffer: no space to grow %s.", path.c_str());
-        return;
-    }
-    MallocBlock block(static_cast<size_t>(growth + tail.length));
+    MallocBlock block(static_cast<size_t>(imageDumpExpand->size + kDescriptorSize +
+                                          kDataHeaderSize + tail.length));
     if (!block) {
         IQA_LOGE(kTagUpLoad, "memory allocation failed");
         return;

@@ -1,24 +1,22 @@
-// The trailer walks: the dump's two nearest headers, and the whole chain back to the image.
+// The trailer walks (the dump's two nearest headers, the whole chain back to the image) and the
+// encoding of its headers and descriptors.
 #include "PhotoTrailer.h"
 
 #include <algorithm>
 #include <cstring>
 
+#include "LittleEndian.h"
+
 namespace IQA {
 
 namespace {
-
-uint32_t LittleEndian32(const unsigned char* p) {
-    return static_cast<uint32_t>(p[0]) | static_cast<uint32_t>(p[1]) << 8 |
-           static_cast<uint32_t>(p[2]) << 16 | static_cast<uint32_t>(p[3]) << 24;
-}
 
 bool ReadLength(ByteSource& source, uint64_t offset, uint32_t* length) {
     unsigned char bytes[4];
     if (!source.Read(offset, bytes, sizeof(bytes))) {
         return false;
     }
-    *length = LittleEndian32(bytes);
+    *length = LoadLE32(bytes);
     return true;
 }
 
@@ -75,7 +73,7 @@ bool WalkTrailer(ByteSource& source, uint64_t imageEnd, TrailerChain* chain) {
         if (std::all_of(bytes, bytes + sizeof(bytes), [](unsigned char b) { return b == 0; })) {
             return Fail(chain, "a record header of zeros (a torn write)");
         }
-        const uint32_t payload = LittleEndian32(bytes);
+        const uint32_t payload = LoadLE32(bytes);
         if (payload > header - imageEnd) {
             return Fail(chain, "a record length points into the image data");
         }
@@ -87,6 +85,31 @@ bool WalkTrailer(ByteSource& source, uint64_t imageEnd, TrailerChain* chain) {
         return Fail(chain, "no record before the other data");
     }
     return true;
+}
+
+void EncodeDataHeader(uint32_t payloadLength, const char* tag, unsigned char* out) {
+    StoreLE32(out, payloadLength);
+    std::memcpy(out + 4, tag, kTagSize);
+}
+
+void EncodeFileHeader(uint32_t otherLength, const unsigned char* carried, unsigned char* out) {
+    StoreLE32(out, otherLength);
+    std::memcpy(out + 4, carried, kFileHeaderSize - 4);
+}
+
+bool DecodeDescriptor(const unsigned char* payload, uint64_t length, ImageDescriptor* d) {
+    constexpr size_t kNameAt = 20, kNameSize = 30;
+    if (length < kDescriptorSize) {
+        return false;
+    }
+    const unsigned char* at = payload + length - kDescriptorSize;
+    int32_t* fields[] = {&d->width, &d->height, &d->stride, &d->size, &d->format};
+    for (size_t i = 0; i < 5; ++i) {
+        *fields[i] = static_cast<int32_t>(LoadLE32(at + 4 * i));
+    }
+    const char* name = reinterpret_cast<const char*>(at + kNameAt);
+    d->algoname = std::string(name, strnlen(name, kNameSize));
+    return d->size >= 0 && static_cast<uint64_t>(d->size) + kDescriptorSize == length;
 }
 
 }  // namespace IQA

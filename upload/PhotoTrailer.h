@@ -1,5 +1,7 @@
-// A photo file's trailer, read from the end backwards: the file header, the other data, and a
-// chain of records (payload, then a 12-byte data header) back to the end of the image data.
+// A photo file's trailer and its one codec: the file header, the other data, and a chain of
+// records (payload, then a 12-byte data header) read from the end backwards to the end of the
+// image data; the data header and file header as they are written, and the image descriptor that
+// ends the payload of a custom-buffer record. All integers are little-endian.
 #ifndef IQA_UPLOAD_PHOTO_TRAILER_H
 #define IQA_UPLOAD_PHOTO_TRAILER_H
 
@@ -11,8 +13,25 @@
 
 namespace IQA {
 
-constexpr int64_t kFileHeaderSize = 24;  // other data's length (uint32 LE), then 20 bytes
-constexpr int64_t kDataHeaderSize = 12;  // payload length (uint32 LE), then an 8-byte tag
+constexpr int64_t kFileHeaderSize = 24;   // other data's length (uint32 LE), then 20 bytes
+constexpr int64_t kDataHeaderSize = 12;   // payload length (uint32 LE), then an 8-byte tag
+constexpr int64_t kTagSize = 8;           // a data header's tag, NUL-padded
+constexpr int64_t kDescriptorSize = 120;  // five int32, a 30-byte name, 70 reserved bytes
+
+// Writes a data header: payloadLength, then the tag's 8 bytes as given.
+void EncodeDataHeader(uint32_t payloadLength, const char* tag, unsigned char* out);
+// Writes a file header: otherLength, then the 20 carried bytes as given.
+void EncodeFileHeader(uint32_t otherLength, const unsigned char* carried, unsigned char* out);
+
+// An image descriptor as a file holds it.
+struct ImageDescriptor {
+    int32_t width, height, stride, size, format;
+    std::string algoname;  // up to its first NUL, at most 30 bytes
+};
+
+// The descriptor that ends a payload of `length` bytes: false when the payload is too short for
+// one or when the descriptor's size does not account for the rest of it.
+bool DecodeDescriptor(const unsigned char* payload, uint64_t length, ImageDescriptor* descriptor);
 
 // Where the last record begins and how long the file is from there on.
 struct TrailerTail {

@@ -71,12 +71,12 @@ size_t JpegEnd(const Bytes& f) {
     return 0;
 }
 
-size_t LastRecordIfWhole(const Bytes& f, size_t imageEnd) {
+std::vector<Record> RecordsIfWhole(const Bytes& f, size_t imageEnd) {
     if (imageEnd == 0 || f.size() < imageEnd + 36) {
-        return 0;
+        return {};
     }
     int64_t at = static_cast<int64_t>(f.size()) - 24 - Le32(f, f.size() - 24);
-    int64_t last = 0;
+    std::vector<Record> records;
     while (at >= static_cast<int64_t>(imageEnd) + 12) {
         const size_t header = static_cast<size_t>(at) - 12;
         bool zero = true;
@@ -85,11 +85,16 @@ size_t LastRecordIfWhole(const Bytes& f, size_t imageEnd) {
         }
         at = static_cast<int64_t>(header) - Le32(f, header);
         if (zero || at < static_cast<int64_t>(imageEnd)) {
-            return 0;
+            return {};
         }
-        last = last == 0 ? at : last;
+        records.push_back({static_cast<size_t>(at), header - static_cast<size_t>(at)});
     }
-    return at == static_cast<int64_t>(imageEnd) ? static_cast<size_t>(last) : 0;
+    return at == static_cast<int64_t>(imageEnd) ? records : std::vector<Record>();
+}
+
+size_t LastRecordIfWhole(const Bytes& f, size_t imageEnd) {
+    const std::vector<Record> records = RecordsIfWhole(f, imageEnd);
+    return records.empty() ? 0 : records.front().offset;
 }
 
 Bytes ExpectedDump(const Bytes& file, const Bytes& custom, const IQA::ImageDumpExpand& d) {

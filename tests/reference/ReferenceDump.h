@@ -15,8 +15,15 @@ using Bytes = std::vector<unsigned char>;
 // Offset just past the EOI marker of the JPEG at the start of file, or 0 when there is none.
 size_t JpegEnd(const Bytes& file);
 
-// Offset of the last record's payload when the chain of records walked back from the file
-// header closes exactly at imageEnd (with no all-zero data header); 0 otherwise.
+// Where each record's payload lies, the file's last record first, when the chain of records
+// walked back from the file header closes exactly at imageEnd (with no all-zero data header);
+// none otherwise.
+struct Record {
+    size_t offset, length;
+};
+std::vector<Record> RecordsIfWhole(const Bytes& file, size_t imageEnd);
+
+// Offset of the last record's payload when the chain closes; 0 otherwise.
 size_t LastRecordIfWhole(const Bytes& file, size_t imageEnd);
 
 // What a dump of `custom` must leave of `file`: unchanged when the two headers nearest the end
