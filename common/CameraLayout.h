@@ -8,7 +8,7 @@
 
 namespace IQA {
 
-constexpr const char* kCameraFolder = "storage/emulated/0/DCIM/Camera";  // the photos
+constexpr const char* kCameraFolder = "storage/emulated/0/DCIM/Camera";       // the photos
 constexpr const char* kCacheFolder = "storage/emulated/0/DCIM/Camera/cache";  // raw thumbnails
 // The library's own folder inside the camera folder: backed-up thumbnails and dump journals.
 constexpr const char* kBackupFolderName = "iqathumb";
