@@ -5,10 +5,11 @@
 #include <filesystem>
 
 #include "BenchData.h"
-#include "CameraLayout.h"
 #include "CameraFiles.h"
+#include "CameraLayout.h"
 #include "IqaProcessData.h"
 #include "IqaTaskManager.h"
+#include "PairRecord.h"
 
 namespace iqa_bench {
 namespace {
@@ -17,16 +18,8 @@ namespace fs = std::filesystem;
 constexpr unsigned long long kCapacity = IQA::kPixelBufferSize;
 
 IqaImageInfo Record(int thumbWidth, int thumbHeight, unsigned char* thumb, unsigned char* photo) {
-    IqaImageInfo info{};
-    info.jpegName = "photo";
-    info.thumbPath = ThumbnailPath(Photos()[0], thumbWidth, thumbHeight);
-    info.jpegPath = PhotoJpegPath(Photos()[0]);
-    info.thumbBuffer = thumb;
-    info.jpegBuffer = photo;
-    info.bufferSize = kCapacity;
-    info.thumbDecoderType = IQA::DECODER_THUMBNAIL;
-    info.jpegDecoderType = IQA::DECODER_JPEG;
-    return info;
+    return IQA::PairRecord("photo", ThumbnailPath(Photos()[0], thumbWidth, thumbHeight),
+                           PhotoJpegPath(Photos()[0]), {thumb, photo, kCapacity});
 }
 
 void BM_ProcessImage(benchmark::State& state) {

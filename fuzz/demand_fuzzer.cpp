@@ -12,6 +12,7 @@
 #include "FuzzSupport.h"
 #include "IqaCompSim.h"
 #include "IqaProcessData.h"
+#include "PairRecord.h"
 #include "Preparation.h"
 #include "SceneGenerator.h"
 #include "reference/ReferenceKernels.h"
@@ -110,13 +111,8 @@ Outcome Demanded(const std::string& thumbPath, const std::string& photo) {
     std::fill(first.begin(), first.end(), 0);
     std::fill(second.begin(), second.end(), 0);
     IQA::RunBuffer firstRun{first.data(), kCapacity}, secondRun{second.data(), kCapacity};
-    IqaImageInfo info{};
-    info.thumbPath = thumbPath;
-    info.jpegPath = photo;
-    info.thumbBuffer = first.data();
-    info.jpegBuffer = second.data();
-    info.bufferSize = kCapacity;
-    info.jpegDecoderType = IQA::DECODER_JPEG;
+    IqaImageInfo info =
+        IQA::PairRecord("photo", thumbPath, photo, {first.data(), second.data(), kCapacity});
     const bool ok = IQA::Prepare(info, {&firstRun, &secondRun, IQA::BlockSsimReach});
     const double ssim = ok ? IQA::IqaCompSim().CalculateRgbSsim(first.data(), second.data(),
                                                                 info.thumbWidth, info.thumbHeight)

@@ -8,6 +8,7 @@
 #include "IqaProcessData.h"
 #include "IqaTaskManager.h"
 #include "MallocBlock.h"
+#include "PairRecord.h"
 #include "Preparation.h"
 #include "RunBuffer.h"
 #include "SafeCopy.h"
@@ -44,8 +45,13 @@ class RunBuffers {
     RunBuffers& operator=(const RunBuffers&) = delete;
 
     bool ok() const { return photo_ && thumb_; }
-    unsigned char* photo() const { return photo_.get(); }
-    unsigned char* thumb() const { return thumb_.get(); }
+    PairBuffers Pair() const { return {thumb_.get(), photo_.get(), kPixelBufferSize}; }
+    void Clear() {
+        IQA_CHECK_COPY(kTagTaskManager,
+                       memset_s(photo_.get(), kPixelBufferSize, 0, kPixelBufferSize));
+        IQA_CHECK_COPY(kTagTaskManager,
+                       memset_s(thumb_.get(), kPixelBufferSize, 0, kPixelBufferSize));
+    }
     // For the stock chain: the buffers behind the record, and what the SSIM stage reads.
     RunInputs Inputs() { return RunInputs{&thumbState_, &photoState_, BlockSsimReach}; }
     // The thumbnail whole, for the reply: the stock chain compacts only what the SSIM reads.
@@ -60,21 +66,6 @@ class RunBuffers {
     RunBuffer photoState_{photo_.get(), kPixelBufferSize};
     RunBuffer thumbState_{thumb_.get(), kPixelBufferSize};
 };
-
-// One photo's record: the backed-up thumbnail first, the photo second, the run's buffers.
-IqaImageInfo Record(const std::string& name, const std::string& backupPath,
-                    const std::string& photoPath, const RunBuffers& buffers) {
-    IqaImageInfo info{};
-    info.jpegName = name;
-    info.thumbPath = backupPath;
-    info.jpegPath = photoPath;
-    info.thumbBuffer = buffers.thumb();
-    info.jpegBuffer = buffers.photo();
-    info.bufferSize = kPixelBufferSize;
-    info.thumbDecoderType = DECODER_THUMBNAIL;
-    info.jpegDecoderType = DECODER_JPEG;
-    return info;
-}
 
 // The chain over one record, with a stop checkpoint before every stage; `stage(i, node)` runs the
 // i-th. The chain's length is read anew after every stage.
@@ -128,7 +119,7 @@ void IqaTaskManager::IqaProc(const std::string& cacheFolder, const std::string& 
             AddTask(name);
             break;
         }
-        IqaImageInfo info = Record(name, backupPath, photoPath, buffers);
+        IqaImageInfo info = PairRecord(name, backupPath, photoPath, buffers.Pair());
         // The stock chain is told its buffers and the SSIM stage's demand; any other is run as
         // a host would run it.
         const RunInputs inputs = buffers.Inputs();
@@ -157,10 +148,7 @@ void IqaTaskManager::IqaProc(const std::string& cacheFolder, const std::string& 
         // With the stock chain the next writer clears what it will not overwrite; other stages
         // say nothing of what they wrote.
         if (!stock) {
-            IQA_CHECK_COPY(kTagTaskManager,
-                           memset_s(buffers.photo(), kPixelBufferSize, 0, kPixelBufferSize));
-            IQA_CHECK_COPY(kTagTaskManager,
-                           memset_s(buffers.thumb(), kPixelBufferSize, 0, kPixelBufferSize));
+            buffers.Clear();
         }
     }
 }

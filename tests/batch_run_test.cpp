@@ -10,6 +10,7 @@
 #include "IqaTaskManager.h"
 #include "LogCapture.h"
 #include "ManagerPeer.h"
+#include "PairRecord.h"
 #include "Preparation.h"
 #include "SceneGenerator.h"
 #include "TestFiles.h"
@@ -308,13 +309,8 @@ class DemandDriven : public BatchRun {
     Outcome Prepared(bool run) {
         Bytes first(kCapacity), second(kCapacity);
         IQA::RunBuffer firstRun{first.data(), kCapacity}, secondRun{second.data(), kCapacity};
-        IqaImageInfo info{};
-        info.thumbPath = CachedThumb("p");
-        info.jpegPath = PhotoPath("p");
-        info.thumbBuffer = first.data();
-        info.jpegBuffer = second.data();
-        info.bufferSize = kCapacity;
-        info.jpegDecoderType = IQA::DECODER_JPEG;
+        IqaImageInfo info = IQA::PairRecord("p", CachedThumb("p"), PhotoPath("p"),
+                                            {first.data(), second.data(), kCapacity});
         log.Clear();
         const bool ok = run ? IQA::Prepare(info, {&firstRun, &secondRun, IQA::BlockSsimReach})
                             : IQA::IqaProcessData().ProcessImage(info);

@@ -4,6 +4,7 @@
 #include "CameraFiles.h"
 #include "IqaProcessData.h"
 #include "LogCapture.h"
+#include "PairRecord.h"
 #include "Preparation.h"
 #include "ReducingRowSink.h"
 #include "SceneGenerator.h"
@@ -20,15 +21,9 @@ class PrepareStage : public ::testing::Test {
   protected:
     IqaImageInfo Record(const std::string& first, int firstType, const std::string& second,
                         int secondType) {
-        IqaImageInfo info{};
-        info.jpegName = "photo";
-        info.thumbPath = dir.File(first);
-        info.jpegPath = dir.File(second);
-        info.thumbBuffer = thumb.data();
-        info.jpegBuffer = photo.data();
-        info.bufferSize = kCapacity;
+        IqaImageInfo info = IQA::PairRecord("photo", dir.File(first), dir.File(second),
+                                            {thumb.data(), photo.data(), kCapacity}, secondType);
         info.thumbDecoderType = firstType;
-        info.jpegDecoderType = secondType;
         return info;
     }
     void WriteThumb(const std::string& name, int w, int h, const Bytes& rgb) {

@@ -13,6 +13,7 @@
 #include "IqaProcessData.h"
 #include "LibraryLog.h"
 #include "LogLines.h"
+#include "PairRecord.h"
 
 namespace iqa_tools {
 
@@ -39,15 +40,9 @@ PairEvaluation EvaluatePair(const std::string& photo, const std::string& thumbna
         e.error = "not enough memory for the two pixel buffers";
         return e;
     }
-    IqaImageInfo info{};
-    info.jpegName = photo;
-    info.thumbPath = thumbnail;
-    info.jpegPath = photo;
-    info.thumbBuffer = thumb.get();
-    info.jpegBuffer = picture.get();
-    info.bufferSize = IQA::kPixelBufferSize;
-    info.thumbDecoderType = IQA::DECODER_THUMBNAIL;
-    info.jpegDecoderType = rawPhoto ? IQA::DECODER_THUMBNAIL : IQA::DECODER_JPEG;
+    IqaImageInfo info = IQA::PairRecord(photo, thumbnail, photo,
+                                        {thumb.get(), picture.get(), IQA::kPixelBufferSize},
+                                        rawPhoto ? IQA::DECODER_THUMBNAIL : IQA::DECODER_JPEG);
     bool prepared = false, scored = false;
     {
         // The decoded sizes (before any reduction), in decoding order, and the first error.
