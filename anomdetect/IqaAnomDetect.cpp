@@ -3,9 +3,9 @@
 
 #include <memory>
 
-#include "IqaLog.h"
 #include "IqaUpLoad.h"
-#include "ScreenSampler.h"
+#include "anomdetect/ScreenSampler.h"
+#include "common/IqaLog.h"
 
 namespace IQA {
 

@@ -1,12 +1,12 @@
 // Random-square sampling of a YUV 4:2:0 frame. All sizes are widened to 64 bits so that no
 // width, height or stride can wrap a remainder to zero or an index past the frame.
-#include "ScreenSampler.h"
+#include "anomdetect/ScreenSampler.h"
 
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 
-#include "IqaLog.h"
+#include "common/IqaLog.h"
 
 namespace IQA {
 

@@ -1,5 +1,5 @@
 // Benchmark inputs: generated photos, thumbnails reduced from them, and camera roots.
-#include "BenchData.h"
+#include "bench/BenchData.h"
 
 #include <jpeglib.h>
 #include <stdlib.h>
@@ -10,10 +10,10 @@
 #include <filesystem>
 #include <map>
 
-#include "BoxReduce.h"
-#include "CameraLayout.h"
-#include "CameraFiles.h"
-#include "SceneGenerator.h"
+#include "common/CameraLayout.h"
+#include "process/BoxReduce.h"
+#include "tools/CameraFiles.h"
+#include "tools/SceneGenerator.h"
 
 namespace iqa_bench {
 

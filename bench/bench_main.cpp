@@ -5,7 +5,7 @@
 
 #include <filesystem>
 
-#include "BenchData.h"
+#include "bench/BenchData.h"
 
 namespace {
 

@@ -2,9 +2,9 @@
 // fastest way the library allows (many rows per call, straight into a ready destination).
 #include <benchmark/benchmark.h>
 
-#include "BenchData.h"
-#include "CameraLayout.h"
 #include "IqaProcessData.h"
+#include "bench/BenchData.h"
+#include "common/CameraLayout.h"
 
 namespace iqa_bench {
 namespace {

@@ -1,10 +1,10 @@
 // The image kernels at camera sizes.
 #include <benchmark/benchmark.h>
 
-#include "BenchData.h"
-#include "BoxReduce.h"
 #include "IqaCompSim.h"
 #include "IqaProcessData.h"
+#include "bench/BenchData.h"
+#include "process/BoxReduce.h"
 
 namespace iqa_bench {
 namespace {

@@ -4,12 +4,12 @@
 
 #include <filesystem>
 
-#include "BenchData.h"
-#include "CameraFiles.h"
-#include "CameraLayout.h"
 #include "IqaProcessData.h"
 #include "IqaTaskManager.h"
-#include "PairRecord.h"
+#include "bench/BenchData.h"
+#include "common/CameraLayout.h"
+#include "process/PairRecord.h"
+#include "tools/CameraFiles.h"
 
 namespace iqa_bench {
 namespace {

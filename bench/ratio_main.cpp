@@ -20,11 +20,11 @@
 #include <string>
 #include <vector>
 
-#include "BenchData.h"
-#include "CameraLayout.h"
-#include "BlockSsim.h"
-#include "CameraFiles.h"
 #include "IqaTaskManager.h"
+#include "bench/BenchData.h"
+#include "common/CameraLayout.h"
+#include "process/BlockSsim.h"
+#include "tools/CameraFiles.h"
 
 namespace {
 

@@ -3,7 +3,9 @@
 # library that hosts load and into a static archive through which the tests reach internals.
 find_package(Threads REQUIRED)
 
-set(IQA_INTERNAL_INCLUDES common process taskmanager upload anomdetect)
+# Internal headers are included by their path from the top of the tree ("upload/PhotoTrailer.h"),
+# so every file shows which part it depends on; exported headers by their name alone.
+set(IQA_INTERNAL_INCLUDES ${PROJECT_SOURCE_DIR})
 
 # What the host tools share with the library, so that they read, recover and score photos
 # exactly as it does: the photo file formats, file calls, the dump's journal, the box reduction
@@ -22,7 +24,7 @@ set_target_properties(iqa_core PROPERTIES
   CXX_VISIBILITY_PRESET hidden
   VISIBILITY_INLINES_HIDDEN ON
   POSITION_INDEPENDENT_CODE ON)
-target_include_directories(iqa_core PUBLIC common upload process)
+target_include_directories(iqa_core PUBLIC ${IQA_INTERNAL_INCLUDES})
 target_compile_options(iqa_core PRIVATE -ffp-contract=off)
 target_link_libraries(iqa_core PUBLIC iqa_android_log PRIVATE iqa_warnings)
 

@@ -1,10 +1,10 @@
 // Bounded reads from memory and from a file through a read window.
-#include "ByteSource.h"
+#include "common/ByteSource.h"
 
 #include <algorithm>
 #include <cstring>
 
-#include "FileCalls.h"
+#include "common/FileCalls.h"
 
 namespace IQA {
 

@@ -1,5 +1,5 @@
 // The hooked file system calls and the regular-file rule for opening.
-#include "FileCalls.h"
+#include "common/FileCalls.h"
 
 #include <sys/file.h>
 #include <sys/stat.h>

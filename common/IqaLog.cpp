@@ -1,5 +1,5 @@
 // Formats a message and hands it to the Android log with the "[operation:line]:" prefix.
-#include "IqaLog.h"
+#include "common/IqaLog.h"
 
 #include <cstdarg>
 #include <cstdio>

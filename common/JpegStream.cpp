@@ -1,5 +1,5 @@
 // The marker walks over a JPEG stream: to its end, and through one scan's data.
-#include "JpegStream.h"
+#include "common/JpegStream.h"
 
 #include <algorithm>
 #include <cstring>

@@ -7,7 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "ByteSource.h"
+#include "common/ByteSource.h"
 
 namespace IQA {
 

@@ -5,7 +5,7 @@
 #include <safe_mem_lib.h>
 #include <safe_str_lib.h>
 
-#include "IqaLog.h"
+#include "common/IqaLog.h"
 
 // Logs "[operation:line]:return error(code)" when a bounded copy returned non-zero; the
 // caller goes on with what it has. The _AS form names the operation for helpers.

@@ -5,7 +5,7 @@
 
 #include <cstdio>
 
-#include "FileCalls.h"
+#include "common/FileCalls.h"
 
 namespace IQA {
 

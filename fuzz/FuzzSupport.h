@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "CameraFiles.h"
+#include "tools/CameraFiles.h"
 
 namespace iqa_fuzz {
 

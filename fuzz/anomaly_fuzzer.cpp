@@ -4,9 +4,9 @@
 
 #include <cstdlib>
 
-#include "FuzzSupport.h"
 #include "IqaAnomDetect.h"
 #include "McsRecordingService.h"
+#include "fuzz/FuzzSupport.h"
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     iqa_fuzz::SilenceLog();

@@ -8,14 +8,14 @@
 
 #include <algorithm>
 
-#include "BlockSsim.h"
-#include "FuzzSupport.h"
 #include "IqaCompSim.h"
 #include "IqaProcessData.h"
-#include "PairRecord.h"
-#include "Preparation.h"
-#include "SceneGenerator.h"
-#include "reference/ReferenceKernels.h"
+#include "fuzz/FuzzSupport.h"
+#include "process/BlockSsim.h"
+#include "process/PairRecord.h"
+#include "process/Preparation.h"
+#include "tests/reference/ReferenceKernels.h"
+#include "tools/SceneGenerator.h"
 
 namespace {
 

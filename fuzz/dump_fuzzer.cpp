@@ -5,9 +5,9 @@
 
 #include <cstring>
 
-#include "FuzzSupport.h"
 #include "IqaUpLoad.h"
-#include "reference/ReferenceDump.h"
+#include "fuzz/FuzzSupport.h"
+#include "tests/reference/ReferenceDump.h"
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     iqa_fuzz::SilenceLog();

@@ -2,11 +2,11 @@
 // with the reduction compared against the plain reference loop.
 #include <fuzzer/FuzzedDataProvider.h>
 
-#include "BoxReduce.h"
-#include "FuzzSupport.h"
 #include "IqaProcessData.h"
-#include "Nv12.h"
-#include "reference/ReferenceKernels.h"
+#include "fuzz/FuzzSupport.h"
+#include "process/BoxReduce.h"
+#include "process/Nv12.h"
+#include "tests/reference/ReferenceKernels.h"
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     iqa_fuzz::SilenceLog();

@@ -5,11 +5,11 @@
 // reduction of the whole decode.
 #include <fuzzer/FuzzedDataProvider.h>
 
-#include "FuzzSupport.h"
 #include "IqaProcessData.h"
-#include "JpegFile.h"
-#include "ReducingRowSink.h"
-#include "reference/ReferenceKernels.h"
+#include "fuzz/FuzzSupport.h"
+#include "process/JpegFile.h"
+#include "process/ReducingRowSink.h"
+#include "tests/reference/ReferenceKernels.h"
 
 namespace {
 constexpr size_t kCapacity = 3 * 1024 * 1024;

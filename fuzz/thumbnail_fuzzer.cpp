@@ -2,8 +2,8 @@
 // any write past it is caught.
 #include <fuzzer/FuzzedDataProvider.h>
 
-#include "FuzzSupport.h"
 #include "IqaProcessData.h"
+#include "fuzz/FuzzSupport.h"
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     iqa_fuzz::SilenceLog();

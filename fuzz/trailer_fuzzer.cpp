@@ -3,10 +3,10 @@
 // the JPEG's end. Never a record inside the JPEG, never a torn chain.
 #include <cstring>
 
-#include "CameraFiles.h"
-#include "FuzzSupport.h"
 #include "IqaUpLoad.h"
-#include "reference/ReferenceDump.h"
+#include "fuzz/FuzzSupport.h"
+#include "tests/reference/ReferenceDump.h"
+#include "tools/CameraFiles.h"
 
 namespace {
 

@@ -2,9 +2,9 @@
 // deviation sums derived from them in double equal, bit for bit, the two-pass sums of
 // (a - mean)^2 and (a - mean)(b - mean), since every intermediate is a multiple of 1/64 that
 // double holds exactly. The final expression keeps its written order.
-#include "BlockSsim.h"
+#include "process/BlockSsim.h"
 
-#include "KernelClones.h"
+#include "common/KernelClones.h"
 
 namespace IQA {
 

@@ -3,12 +3,12 @@
 // four rows a pass), then each sum gets the sums of the same channel in the k - 1 pixels to its
 // right added (a doubling tree for an arbitrary k), and each output pixel takes its block's
 // totals and divides. On x86-64 the row kernels are also built for AVX2 and chosen at run time.
-#include "BoxReduce.h"
+#include "process/BoxReduce.h"
 
 #include <algorithm>
 #include <cstring>
 
-#include "KernelClones.h"
+#include "common/KernelClones.h"
 
 namespace IQA {
 

@@ -3,8 +3,8 @@
 
 #include <cstdint>
 
-#include "BlockSsim.h"
-#include "IqaLog.h"
+#include "common/IqaLog.h"
+#include "process/BlockSsim.h"
 
 namespace IQA {
 

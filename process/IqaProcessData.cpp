@@ -3,15 +3,15 @@
 
 #include <cstdint>
 
-#include "BoxReduce.h"
-#include "IqaLog.h"
-#include "JpegFile.h"
-#include "MallocBlock.h"
-#include "Nv12.h"
-#include "Preparation.h"
-#include "ReducingRowSink.h"
-#include "SafeCopy.h"
-#include "ThumbnailFile.h"
+#include "common/IqaLog.h"
+#include "common/MallocBlock.h"
+#include "common/SafeCopy.h"
+#include "process/BoxReduce.h"
+#include "process/JpegFile.h"
+#include "process/Nv12.h"
+#include "process/Preparation.h"
+#include "process/ReducingRowSink.h"
+#include "process/ThumbnailFile.h"
 
 namespace IQA {
 

@@ -10,14 +10,14 @@
 
 #include <jpeglib.h>
 
-#include "IqaLog.h"
 #include "IqaProcessData.h"
-#include "JpegFile.h"
-#include "JpegFileSource.h"
-#include "JpegStream.h"
-#include "ResolvedPath.h"
-#include "SafeCopy.h"
-#include "ScopedFile.h"
+#include "common/IqaLog.h"
+#include "common/JpegStream.h"
+#include "common/ResolvedPath.h"
+#include "common/SafeCopy.h"
+#include "common/ScopedFile.h"
+#include "process/JpegFile.h"
+#include "process/JpegFileSource.h"
 
 #if JPEG_LIB_VERSION != 62
 #error "the decoder is written against the classic libjpeg interface, version 62"

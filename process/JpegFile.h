@@ -2,7 +2,7 @@
 #ifndef IQA_PROCESS_JPEG_FILE_H
 #define IQA_PROCESS_JPEG_FILE_H
 
-#include "JpegRowSink.h"
+#include "process/JpegRowSink.h"
 
 namespace IQA {
 

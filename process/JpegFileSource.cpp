@@ -1,12 +1,12 @@
 // A libjpeg source manager over a FILE*, behaving as the stdio source does at end of file.
-#include "JpegFileSource.h"
+#include "process/JpegFileSource.h"
 
 #include <jerror.h>
 
 #include <algorithm>
 
-#include "FileCalls.h"
-#include "MallocBlock.h"
+#include "common/FileCalls.h"
+#include "common/MallocBlock.h"
 
 namespace IQA {
 

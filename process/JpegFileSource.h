@@ -10,7 +10,7 @@
 
 #include <jpeglib.h>
 
-#include "JpegStream.h"
+#include "common/JpegStream.h"
 
 namespace IQA {
 

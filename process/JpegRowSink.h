@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "RunBuffer.h"
+#include "process/RunBuffer.h"
 
 namespace IQA {
 

@@ -1,6 +1,6 @@
 // RGB to NV12 with the camera's BT.601 studio-range coefficients, in single precision and in the
 // written order (products rounded before they are added; the build forbids contraction).
-#include "Nv12.h"
+#include "process/Nv12.h"
 
 namespace IQA {
 

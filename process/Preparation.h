@@ -6,7 +6,7 @@
 #include <cstddef>
 
 #include "IqaProcessData.h"
-#include "RunBuffer.h"
+#include "process/RunBuffer.h"
 
 namespace IQA {
 

@@ -2,12 +2,12 @@
 // blocks so that the decoder fills it with many rows a call. Rows past the k x blocks the output
 // needs are decoded into a spill row and dropped, and rows the image does not have count as zero,
 // as they do for BoxReduce.
-#include "ReducingRowSink.h"
+#include "process/ReducingRowSink.h"
 
 #include <algorithm>
 
-#include "BoxReduce.h"
-#include "SafeCopy.h"
+#include "common/SafeCopy.h"
+#include "process/BoxReduce.h"
 
 namespace IQA {
 

@@ -9,8 +9,8 @@
 #include <cstdint>
 #include <memory>
 
-#include "JpegRowSink.h"
-#include "MallocBlock.h"
+#include "common/MallocBlock.h"
+#include "process/JpegRowSink.h"
 
 namespace IQA {
 

@@ -1,5 +1,5 @@
 // Clearing a run's buffer only as far as an earlier photo wrote it.
-#include "RunBuffer.h"
+#include "process/RunBuffer.h"
 
 #include <sys/mman.h>
 #include <unistd.h>
@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <cstdint>
 
-#include "SafeCopy.h"
+#include "common/SafeCopy.h"
 
 namespace IQA {
 

@@ -3,15 +3,15 @@
 #include <cstdint>
 #include <cstring>
 
-#include "IqaLog.h"
 #include "IqaProcessData.h"
-#include "KernelClones.h"
-#include "LittleEndian.h"
-#include "MallocBlock.h"
-#include "ResolvedPath.h"
-#include "SafeCopy.h"
-#include "ScopedFile.h"
-#include "ThumbnailFile.h"
+#include "common/IqaLog.h"
+#include "common/KernelClones.h"
+#include "common/LittleEndian.h"
+#include "common/MallocBlock.h"
+#include "common/ResolvedPath.h"
+#include "common/SafeCopy.h"
+#include "common/ScopedFile.h"
+#include "process/ThumbnailFile.h"
 
 namespace IQA {
 

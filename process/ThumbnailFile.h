@@ -2,7 +2,7 @@
 #ifndef IQA_PROCESS_THUMBNAIL_FILE_H
 #define IQA_PROCESS_THUMBNAIL_FILE_H
 
-#include "RunBuffer.h"
+#include "process/RunBuffer.h"
 
 namespace IQA {
 

@@ -2,18 +2,18 @@
 // at which a stop request takes effect.
 #include <typeinfo>
 
-#include "BlockSsim.h"
 #include "IqaCompSim.h"
-#include "IqaLog.h"
 #include "IqaProcessData.h"
 #include "IqaTaskManager.h"
-#include "MallocBlock.h"
-#include "PairRecord.h"
-#include "Preparation.h"
-#include "RunBuffer.h"
-#include "SafeCopy.h"
-#include "TaskManagerConstants.h"
-#include "ThumbnailFile.h"
+#include "common/IqaLog.h"
+#include "common/MallocBlock.h"
+#include "common/SafeCopy.h"
+#include "process/BlockSsim.h"
+#include "process/PairRecord.h"
+#include "process/Preparation.h"
+#include "process/RunBuffer.h"
+#include "process/ThumbnailFile.h"
+#include "taskmanager/TaskManagerConstants.h"
 
 namespace IQA {
 

@@ -1,10 +1,10 @@
 // The thumbnail backup and the small file utilities of the batch run.
 #include <sys/stat.h>
 
-#include "FileCalls.h"
-#include "IqaLog.h"
 #include "IqaTaskManager.h"
-#include "TaskManagerConstants.h"
+#include "common/FileCalls.h"
+#include "common/IqaLog.h"
+#include "taskmanager/TaskManagerConstants.h"
 
 bool IsFileExists(const std::string& path) {
     struct stat status = {};

@@ -1,11 +1,11 @@
 // The manager's life cycle, its request queue and the worker thread that works it off.
 #include "IqaTaskManager.h"
 
-#include "DumpJournal.h"
 #include "IqaCompSim.h"
-#include "IqaLog.h"
 #include "IqaProcessData.h"
-#include "TaskManagerConstants.h"
+#include "common/IqaLog.h"
+#include "taskmanager/TaskManagerConstants.h"
+#include "upload/DumpJournal.h"
 
 namespace IQA {
 

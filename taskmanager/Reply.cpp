@@ -2,15 +2,15 @@
 // a custom-buffer record into the photo's own JPEG file.
 #include <climits>
 
-#include "BoxReduce.h"
-#include "IqaLog.h"
 #include "IqaProcessData.h"
 #include "IqaTaskManager.h"
 #include "IqaUpLoad.h"
-#include "MallocBlock.h"
-#include "Nv12.h"
-#include "SafeCopy.h"
-#include "TaskManagerConstants.h"
+#include "common/IqaLog.h"
+#include "common/MallocBlock.h"
+#include "common/SafeCopy.h"
+#include "process/BoxReduce.h"
+#include "process/Nv12.h"
+#include "taskmanager/TaskManagerConstants.h"
 
 namespace IQA {
 

@@ -5,7 +5,7 @@
 #include <chrono>
 #include <cstddef>
 
-#include "CameraLayout.h"
+#include "common/CameraLayout.h"
 
 namespace IQA {
 

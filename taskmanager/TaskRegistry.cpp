@@ -2,9 +2,9 @@
 // host only reads the atomic count of names.
 #include <algorithm>
 
-#include "IqaLog.h"
 #include "IqaTaskManager.h"
-#include "TaskManagerConstants.h"
+#include "common/IqaLog.h"
+#include "taskmanager/TaskManagerConstants.h"
 
 namespace IQA {
 

@@ -6,8 +6,8 @@
 
 #include "IqaCompSim.h"
 #include "IqaProcessData.h"
-#include "LogCapture.h"
 #include "McsRecordingService.h"
+#include "tests/support/LogCapture.h"
 
 namespace {
 

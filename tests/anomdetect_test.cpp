@@ -5,9 +5,9 @@
 #include <cstdlib>
 
 #include "IqaAnomDetect.h"
-#include "LogCapture.h"
 #include "McsRecordingService.h"
-#include "TestFiles.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/TestFiles.h"
 
 using iqa_test::Bytes;
 

@@ -3,20 +3,20 @@
 
 #include <atomic>
 
-#include "BlockSsim.h"
-#include "CameraFiles.h"
 #include "IqaCompSim.h"
 #include "IqaProcessData.h"
 #include "IqaTaskManager.h"
-#include "LogCapture.h"
-#include "ManagerPeer.h"
-#include "PairRecord.h"
-#include "Preparation.h"
-#include "SceneGenerator.h"
-#include "TestFiles.h"
-#include "ThumbnailFile.h"
-#include "reference/ReferenceDump.h"
-#include "reference/ReferenceKernels.h"
+#include "process/BlockSsim.h"
+#include "process/PairRecord.h"
+#include "process/Preparation.h"
+#include "process/ThumbnailFile.h"
+#include "tests/reference/ReferenceDump.h"
+#include "tests/reference/ReferenceKernels.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/ManagerPeer.h"
+#include "tests/support/TestFiles.h"
+#include "tools/CameraFiles.h"
+#include "tools/SceneGenerator.h"
 
 using iqa_test::Bytes;
 using iqa_test::Peer;

@@ -5,9 +5,9 @@
 #include <cstring>
 
 #include "IqaCompSim.h"
-#include "LogCapture.h"
-#include "TestFiles.h"
-#include "reference/ReferenceKernels.h"
+#include "tests/reference/ReferenceKernels.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/TestFiles.h"
 
 using iqa_test::Bytes;
 using iqa_test::RandomBytes;

@@ -15,16 +15,16 @@
 #include <functional>
 #include <map>
 
-#include "CameraFiles.h"
-#include "DumpJournal.h"
-#include "FileCalls.h"
 #include "IqaTaskManager.h"
 #include "IqaUpLoad.h"
-#include "LogCapture.h"
-#include "SceneGenerator.h"
-#include "TestFiles.h"
-#include "reference/ReferenceDump.h"
-#include "reference/ReferenceKernels.h"
+#include "common/FileCalls.h"
+#include "tests/reference/ReferenceDump.h"
+#include "tests/reference/ReferenceKernels.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/TestFiles.h"
+#include "tools/CameraFiles.h"
+#include "tools/SceneGenerator.h"
+#include "upload/DumpJournal.h"
 
 using iqa_test::Bytes;
 using iqa_test::kCamera;

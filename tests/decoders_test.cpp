@@ -3,12 +3,12 @@
 
 #include <climits>
 
-#include "CameraFiles.h"
 #include "IqaProcessData.h"
-#include "LogCapture.h"
-#include "TestFiles.h"
-#include "ThumbnailFile.h"
-#include "reference/ReferenceKernels.h"
+#include "process/ThumbnailFile.h"
+#include "tests/reference/ReferenceKernels.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/TestFiles.h"
+#include "tools/CameraFiles.h"
 
 using iqa_test::Bytes;
 

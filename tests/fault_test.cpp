@@ -17,12 +17,12 @@
 #include <functional>
 #include <future>
 
-#include "CameraFiles.h"
-#include "DumpJournal.h"
 #include "IqaTaskManager.h"
-#include "LogCapture.h"
-#include "SceneGenerator.h"
-#include "TestFiles.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/TestFiles.h"
+#include "tools/CameraFiles.h"
+#include "tools/SceneGenerator.h"
+#include "upload/DumpJournal.h"
 
 using iqa_test::Bytes;
 

@@ -1,12 +1,12 @@
 // DownScale and RGB to NV12: hand-computed values, bounds, and agreement with plain loops.
 #include <gtest/gtest.h>
 
-#include "BoxReduce.h"
 #include "IqaProcessData.h"
-#include "LogCapture.h"
-#include "Nv12.h"
-#include "TestFiles.h"
-#include "reference/ReferenceKernels.h"
+#include "process/BoxReduce.h"
+#include "process/Nv12.h"
+#include "tests/reference/ReferenceKernels.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/TestFiles.h"
 
 using iqa_test::Bytes;
 using iqa_test::RandomBytes;

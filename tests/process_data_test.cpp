@@ -1,15 +1,15 @@
 // The preparation stage over real files: decode both, reduce the larger, report failures.
 #include <gtest/gtest.h>
 
-#include "CameraFiles.h"
 #include "IqaProcessData.h"
-#include "LogCapture.h"
-#include "PairRecord.h"
-#include "Preparation.h"
-#include "ReducingRowSink.h"
-#include "SceneGenerator.h"
-#include "TestFiles.h"
-#include "reference/ReferenceKernels.h"
+#include "process/PairRecord.h"
+#include "process/Preparation.h"
+#include "process/ReducingRowSink.h"
+#include "tests/reference/ReferenceKernels.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/TestFiles.h"
+#include "tools/CameraFiles.h"
+#include "tools/SceneGenerator.h"
 
 using iqa_test::Bytes;
 

@@ -7,14 +7,14 @@
 #include <random>
 #include <thread>
 
-#include "CameraFiles.h"
-#include "Deadline.h"
 #include "IqaTaskManager.h"
-#include "LogCapture.h"
-#include "ManagerPeer.h"
-#include "SceneGenerator.h"
-#include "TestFiles.h"
-#include "reference/ReferenceDump.h"
+#include "tests/reference/ReferenceDump.h"
+#include "tests/support/Deadline.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/ManagerPeer.h"
+#include "tests/support/TestFiles.h"
+#include "tools/CameraFiles.h"
+#include "tools/SceneGenerator.h"
 
 using iqa_test::Bytes;
 

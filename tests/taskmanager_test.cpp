@@ -6,11 +6,11 @@
 #include <future>
 #include <thread>
 
-#include "Deadline.h"
 #include "IqaTaskManager.h"
-#include "LogCapture.h"
-#include "ManagerPeer.h"
-#include "TestFiles.h"
+#include "tests/support/Deadline.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/ManagerPeer.h"
+#include "tests/support/TestFiles.h"
 
 using iqa_test::Peer;
 

@@ -12,12 +12,12 @@
 #include <filesystem>
 #include <sstream>
 
-#include "CameraFiles.h"
 #include "IqaUpLoad.h"
-#include "SceneGenerator.h"
-#include "TestFiles.h"
-#include "reference/ReferenceDump.h"
-#include "reference/ReferenceKernels.h"
+#include "tests/reference/ReferenceDump.h"
+#include "tests/reference/ReferenceKernels.h"
+#include "tests/support/TestFiles.h"
+#include "tools/CameraFiles.h"
+#include "tools/SceneGenerator.h"
 
 using iqa_test::Bytes;
 using nlohmann::json;

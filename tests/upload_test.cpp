@@ -6,14 +6,14 @@
 
 #include <cstring>
 
-#include "ByteSource.h"
-#include "CameraFiles.h"
-#include "FileCalls.h"
 #include "IqaUpLoad.h"
-#include "LogCapture.h"
 #include "McsRecordingService.h"
-#include "TestFiles.h"
-#include "reference/ReferenceDump.h"
+#include "common/ByteSource.h"
+#include "common/FileCalls.h"
+#include "tests/reference/ReferenceDump.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/TestFiles.h"
+#include "tools/CameraFiles.h"
 
 using iqa_test::Bytes;
 

@@ -6,13 +6,13 @@
 #include <ctime>
 #include <memory>
 
-#include "CameraFiles.h"
-#include "CommandCores.h"
-#include "Commands.h"
 #include "IqaAnomDetect.h"
-#include "LibraryLog.h"
-#include "LogLines.h"
 #include "McsRecordingService.h"
+#include "tools/CameraFiles.h"
+#include "tools/CommandCores.h"
+#include "tools/Commands.h"
+#include "tools/LibraryLog.h"
+#include "tools/LogLines.h"
 
 namespace iqa_tools {
 

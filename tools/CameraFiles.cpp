@@ -1,5 +1,5 @@
 // Writers and readers of the camera's thumbnail, JPEG and trailer formats.
-#include "CameraFiles.h"
+#include "tools/CameraFiles.h"
 
 #include <cerrno>
 #include <csetjmp>
@@ -10,9 +10,9 @@
 
 #include <jpeglib.h>
 
-#include "FileCalls.h"
-#include "JpegStream.h"
-#include "LittleEndian.h"
+#include "common/FileCalls.h"
+#include "common/JpegStream.h"
+#include "common/LittleEndian.h"
 
 namespace iqa_tools {
 

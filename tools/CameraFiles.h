@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "PhotoTrailer.h"
+#include "upload/PhotoTrailer.h"
 
 namespace iqa_tools {
 

@@ -9,12 +9,12 @@
 #include <string>
 #include <vector>
 
-#include "CameraFiles.h"
-#include "DumpJournal.h"
-#include "Heatmap.h"
 #include "McsRecordingService.h"
-#include "PairEvaluation.h"
-#include "RunResults.h"
+#include "tools/CameraFiles.h"
+#include "tools/Heatmap.h"
+#include "tools/PairEvaluation.h"
+#include "tools/RunResults.h"
+#include "upload/DumpJournal.h"
 
 namespace iqa_tools {
 

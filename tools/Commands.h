@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "CameraLayout.h"
+#include "common/CameraLayout.h"
 
 namespace iqa_tools {
 

@@ -7,10 +7,10 @@
 
 #include <nlohmann/json.hpp>
 
-#include "CommandCores.h"
-#include "Commands.h"
-#include "Heatmap.h"
-#include "ImageFiles.h"
+#include "tools/CommandCores.h"
+#include "tools/Commands.h"
+#include "tools/Heatmap.h"
+#include "tools/ImageFiles.h"
 
 namespace iqa_tools {
 

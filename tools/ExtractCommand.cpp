@@ -2,10 +2,10 @@
 #include <cstdio>
 #include <memory>
 
-#include "CameraFiles.h"
-#include "Commands.h"
-#include "ImageFiles.h"
-#include "Nv12Image.h"
+#include "tools/CameraFiles.h"
+#include "tools/Commands.h"
+#include "tools/ImageFiles.h"
+#include "tools/Nv12Image.h"
 
 namespace iqa_tools {
 

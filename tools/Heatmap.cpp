@@ -1,5 +1,5 @@
 // Drawing the block map: the plane-to-picture mapping, the colour scale, outlines and legend.
-#include "Heatmap.h"
+#include "tools/Heatmap.h"
 
 #include <algorithm>
 #include <array>

@@ -10,7 +10,7 @@
 
 #include <vector>
 
-#include "PairEvaluation.h"
+#include "tools/PairEvaluation.h"
 
 namespace iqa_tools {
 

@@ -1,5 +1,5 @@
 // PNG through libpng's simplified interface, JPEG through libjpeg, PPM by hand.
-#include "ImageFiles.h"
+#include "tools/ImageFiles.h"
 
 #include <png.h>
 

@@ -6,7 +6,7 @@
 
 #include <string>
 
-#include "PairEvaluation.h"
+#include "tools/PairEvaluation.h"
 
 namespace iqa_tools {
 

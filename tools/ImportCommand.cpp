@@ -11,11 +11,11 @@
 #include <filesystem>
 #include <memory>
 
-#include "BoxReduce.h"
-#include "CameraFiles.h"
-#include "Commands.h"
 #include "IqaProcessData.h"
-#include "ThumbnailEdits.h"
+#include "process/BoxReduce.h"
+#include "tools/CameraFiles.h"
+#include "tools/Commands.h"
+#include "tools/ThumbnailEdits.h"
 
 namespace iqa_tools {
 

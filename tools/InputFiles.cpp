@@ -5,8 +5,8 @@
 #include <cerrno>
 #include <cstdio>
 
-#include "CommandCores.h"
-#include "Commands.h"
+#include "tools/CommandCores.h"
+#include "tools/Commands.h"
 
 namespace iqa_tools {
 

@@ -4,9 +4,9 @@
 #include <cstdio>
 #include <memory>
 
-#include "CameraFiles.h"
-#include "CommandCores.h"
-#include "Commands.h"
+#include "tools/CameraFiles.h"
+#include "tools/CommandCores.h"
+#include "tools/Commands.h"
 
 namespace iqa_tools {
 

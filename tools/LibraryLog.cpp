@@ -1,5 +1,5 @@
 // The one logger slot of the process, and the guard that holds it.
-#include "LibraryLog.h"
+#include "tools/LibraryLog.h"
 
 #include <android/log.h>
 

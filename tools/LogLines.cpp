@@ -1,5 +1,5 @@
 // The prefix every library log line starts with.
-#include "LogLines.h"
+#include "tools/LogLines.h"
 
 #include <cstdlib>
 

@@ -1,5 +1,5 @@
 // Studio-range BT.601 YUV to RGB, chroma shared by each 2 x 2 block.
-#include "Nv12Image.h"
+#include "tools/Nv12Image.h"
 
 #include <algorithm>
 #include <cstdint>

@@ -2,7 +2,7 @@
 #ifndef IQA_TOOLS_NV12_IMAGE_H
 #define IQA_TOOLS_NV12_IMAGE_H
 
-#include "CameraFiles.h"
+#include "tools/CameraFiles.h"
 
 namespace iqa_tools {
 

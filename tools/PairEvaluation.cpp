@@ -1,5 +1,5 @@
 // The pair evaluation: the library's stages on a record like the batch run's.
-#include "PairEvaluation.h"
+#include "tools/PairEvaluation.h"
 
 #include <android/log.h>
 
@@ -7,13 +7,13 @@
 #include <cstdlib>
 #include <memory>
 
-#include "BlockSsim.h"
-#include "CameraLayout.h"
 #include "IqaCompSim.h"
 #include "IqaProcessData.h"
-#include "LibraryLog.h"
-#include "LogLines.h"
-#include "PairRecord.h"
+#include "common/CameraLayout.h"
+#include "process/BlockSsim.h"
+#include "process/PairRecord.h"
+#include "tools/LibraryLog.h"
+#include "tools/LogLines.h"
 
 namespace iqa_tools {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "CameraFiles.h"
+#include "tools/CameraFiles.h"
 
 namespace iqa_tools {
 

@@ -2,11 +2,11 @@
 #include <cstdio>
 #include <memory>
 
-#include "CommandCores.h"
-#include "Commands.h"
-#include "DumpJournal.h"
-#include "LibraryLog.h"
-#include "LogLines.h"
+#include "tools/CommandCores.h"
+#include "tools/Commands.h"
+#include "tools/LibraryLog.h"
+#include "tools/LogLines.h"
+#include "upload/DumpJournal.h"
 
 namespace iqa_tools {
 

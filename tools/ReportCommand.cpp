@@ -5,11 +5,11 @@
 #include <filesystem>
 #include <memory>
 
-#include "Commands.h"
-#include "Heatmap.h"
-#include "Nv12Image.h"
-#include "ReportPage.h"
-#include "Terminal.h"
+#include "tools/Commands.h"
+#include "tools/Heatmap.h"
+#include "tools/Nv12Image.h"
+#include "tools/ReportPage.h"
+#include "tools/Terminal.h"
 
 namespace iqa_tools {
 

@@ -1,7 +1,7 @@
 // The report's markup, style and the small script that sorts rows and flags images the browser
 // could not show. The four image columns take a share of the window's width, so the page fits a
 // laptop screen without scrolling sideways; a click shows an image at full size.
-#include "ReportPage.h"
+#include "tools/ReportPage.h"
 
 #include <algorithm>
 

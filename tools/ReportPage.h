@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "RunResults.h"
+#include "tools/RunResults.h"
 
 namespace iqa_tools {
 

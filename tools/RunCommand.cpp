@@ -8,12 +8,12 @@
 #include <map>
 #include <memory>
 
-#include "CommandCores.h"
-#include "Commands.h"
 #include "IqaTaskManager.h"
-#include "LibraryLog.h"
-#include "RunObserver.h"
-#include "RunResults.h"
+#include "tools/CommandCores.h"
+#include "tools/Commands.h"
+#include "tools/LibraryLog.h"
+#include "tools/RunObserver.h"
+#include "tools/RunResults.h"
 
 namespace iqa_tools {
 

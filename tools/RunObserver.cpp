@@ -1,5 +1,5 @@
 // Log-stream parsing for iqa run.
-#include "RunObserver.h"
+#include "tools/RunObserver.h"
 
 #include <android/log.h>
 

@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "LogLines.h"
-#include "Terminal.h"
+#include "tools/LogLines.h"
+#include "tools/Terminal.h"
 
 namespace iqa_tools {
 

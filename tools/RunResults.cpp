@@ -1,9 +1,9 @@
 // The run's results as JSON, CSV and a console table.
-#include "RunResults.h"
+#include "tools/RunResults.h"
 
 #include <cstdio>
 
-#include "Terminal.h"
+#include "tools/Terminal.h"
 
 namespace iqa_tools {
 

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "PairEvaluation.h"
+#include "tools/PairEvaluation.h"
 
 namespace iqa_tools {
 

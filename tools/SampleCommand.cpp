@@ -4,11 +4,11 @@
 #include <filesystem>
 #include <memory>
 
-#include "CameraFiles.h"
-#include "Commands.h"
 #include "IqaProcessData.h"
-#include "SceneGenerator.h"
-#include "ThumbnailEdits.h"
+#include "tools/CameraFiles.h"
+#include "tools/Commands.h"
+#include "tools/SceneGenerator.h"
+#include "tools/ThumbnailEdits.h"
 
 namespace iqa_tools {
 

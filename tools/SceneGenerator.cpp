@@ -1,5 +1,5 @@
 // Scene rendering: value-noise octaves for texture, a horizon, a few shaded discs, grain.
-#include "SceneGenerator.h"
+#include "tools/SceneGenerator.h"
 
 #include <algorithm>
 #include <cmath>

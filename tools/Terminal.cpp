@@ -1,5 +1,5 @@
 // Table layout and the progress bar.
-#include "Terminal.h"
+#include "tools/Terminal.h"
 
 #include <unistd.h>
 

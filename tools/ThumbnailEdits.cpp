@@ -1,5 +1,5 @@
 // The shift and the colour cast, on packed RGB.
-#include "ThumbnailEdits.h"
+#include "tools/ThumbnailEdits.h"
 
 #include <algorithm>
 

@@ -3,7 +3,7 @@
 #ifndef IQA_TOOLS_THUMBNAIL_EDITS_H
 #define IQA_TOOLS_THUMBNAIL_EDITS_H
 
-#include "CameraFiles.h"
+#include "tools/CameraFiles.h"
 
 namespace iqa_tools {
 

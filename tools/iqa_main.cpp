@@ -3,7 +3,7 @@
 #include <csignal>
 #include <cstdio>
 
-#include "Commands.h"
+#include "tools/Commands.h"
 
 int main(int argc, char** argv) {
     // A full file must show as a failed write with its message, not end the program.

@@ -1,5 +1,5 @@
 // The journal's file format, its durable writing, and the recovery that replays it.
-#include "DumpJournal.h"
+#include "upload/DumpJournal.h"
 
 #include <dirent.h>
 #include <sys/file.h>
@@ -11,11 +11,11 @@
 #include <cstring>
 #include <vector>
 
-#include "CameraLayout.h"
-#include "FileCalls.h"
-#include "IqaLog.h"
-#include "LittleEndian.h"
-#include "MallocBlock.h"
+#include "common/CameraLayout.h"
+#include "common/FileCalls.h"
+#include "common/IqaLog.h"
+#include "common/LittleEndian.h"
+#include "common/MallocBlock.h"
 
 namespace IQA {
 

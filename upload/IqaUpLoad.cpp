@@ -4,16 +4,16 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "ByteSource.h"
-#include "DumpJournal.h"
-#include "FileCalls.h"
-#include "IqaLog.h"
-#include "JpegStream.h"
-#include "MallocBlock.h"
 #include "McsService.h"
-#include "PhotoTrailer.h"
-#include "ResolvedPath.h"
-#include "SafeCopy.h"
+#include "common/ByteSource.h"
+#include "common/FileCalls.h"
+#include "common/IqaLog.h"
+#include "common/JpegStream.h"
+#include "common/MallocBlock.h"
+#include "common/ResolvedPath.h"
+#include "common/SafeCopy.h"
+#include "upload/DumpJournal.h"
+#include "upload/PhotoTrailer.h"
 
 namespace IQA {
 

@@ -1,11 +1,11 @@
 // The trailer walks (the dump's two nearest headers, the whole chain back to the image) and the
 // encoding of its headers and descriptors.
-#include "PhotoTrailer.h"
+#include "upload/PhotoTrailer.h"
 
 #include <algorithm>
 #include <cstring>
 
-#include "LittleEndian.h"
+#include "common/LittleEndian.h"
 
 namespace IQA {
 

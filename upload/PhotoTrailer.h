@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "ByteSource.h"
+#include "common/ByteSource.h"
 
 namespace IQA {
 

@@ -1,5 +1,5 @@
 // Reference trailer logic: one pass over bytes in memory, straight from the format.
-#include "ReferenceDump.h"
+#include "tests/reference/ReferenceDump.h"
 
 #include <cstdint>
 #include <cstring>

@@ -1,5 +1,5 @@
 // Reference kernels: direct loops over the definitions, no tricks.
-#include "ReferenceKernels.h"
+#include "tests/reference/ReferenceKernels.h"
 
 namespace iqa_ref {
 

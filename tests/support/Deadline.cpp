@@ -1,5 +1,5 @@
 // Waiting with a deadline for state another thread changes.
-#include "Deadline.h"
+#include "tests/support/Deadline.h"
 
 #include <thread>
 

@@ -1,8 +1,8 @@
 // A logger installed with __android_log_set_logger that records every line.
-#include "LogCapture.h"
+#include "tests/support/LogCapture.h"
 
-#include "Deadline.h"
-#include "LogLines.h"
+#include "tests/support/Deadline.h"
+#include "tools/LogLines.h"
 
 #include <android/log.h>
 

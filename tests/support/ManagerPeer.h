@@ -9,8 +9,8 @@
 
 #include <gtest/gtest.h>
 
-#include "Deadline.h"
 #include "IqaTaskManager.h"
+#include "tests/support/Deadline.h"
 
 namespace IQA {
 

@@ -1,5 +1,5 @@
 // Temporary folders and file helpers for tests.
-#include "TestFiles.h"
+#include "tests/support/TestFiles.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -12,7 +12,7 @@
 
 #include <filesystem>
 
-#include "reference/ReferenceKernels.h"
+#include "tests/reference/ReferenceKernels.h"
 
 namespace iqa_test {
 

@@ -15,16 +15,16 @@
 #include <string>
 #include <variant>
 
-#include "BlockSsim.h"
-#include "BoxReduce.h"
-#include "CommandCores.h"
-#include "Commands.h"
-#include "ImageFiles.h"
 #include "IqaCompSim.h"
 #include "IqaProcessData.h"
-#include "LibraryLog.h"
-#include "LogLines.h"
-#include "Nv12Image.h"
+#include "process/BlockSsim.h"
+#include "process/BoxReduce.h"
+#include "tools/CommandCores.h"
+#include "tools/Commands.h"
+#include "tools/ImageFiles.h"
+#include "tools/LibraryLog.h"
+#include "tools/LogLines.h"
+#include "tools/Nv12Image.h"
 
 namespace py = pybind11;
 namespace fs = std::filesystem;
@@ -226,9 +226,10 @@ py::array_t<uint8_t> Decoded(const std::string& path, int decoderType) {
                 error = line.operation + ": " + line.text;
             }
         });
-        pixels = buffer == nullptr ? 0
-                                   : IQA::IqaProcessData().Decoder({path, kPixelBufferSize, decoderType},
-                                                                   buffer.get(), &width, &height);
+        pixels = buffer == nullptr
+                     ? 0
+                     : IQA::IqaProcessData().Decoder({path, kPixelBufferSize, decoderType},
+                                                     buffer.get(), &width, &height);
         if (pixels < 1 || width < 1 || height < 1) {
             throw std::invalid_argument(path + ": " + (error.empty() ? "no pixels" : error));
         }
