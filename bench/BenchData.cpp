@@ -22,6 +22,7 @@ namespace fs = std::filesystem;
 namespace {
 
 const std::string kCamera = IQA::kCameraFolder;
+const std::string kCache = IQA::kCacheFolder;
 
 std::string Label(const Photo& p) {
     return Name(p) + (p.fullChroma ? "_444" : "");
@@ -110,13 +111,13 @@ std::string ThumbnailPath(const Photo& photo, int width, int height) {
 CameraRoot::CameraRoot(const Photo& photo, int thumbWidth, int thumbHeight)
     : root_(WorkDir() + "/root_" + Label(photo) + "_" + std::to_string(thumbWidth)),
       thumbnail_(ThumbnailPath(photo, thumbWidth, thumbHeight)) {
-    fs::create_directories(root_ + "/" + kCamera + "/cache");
+    fs::create_directories(root_ + "/" + kCache);
     Bytes jpeg;
     iqa_tools::ReadWholeFile(PhotoJpegPath(photo), &jpeg);
     const Bytes trailer = iqa_tools::Trailer({{"CAMINFO", Bytes(64, 1)}}, Bytes(32, 2));
     jpeg.insert(jpeg.end(), trailer.begin(), trailer.end());
     for (int i = 0; i < kBatch; ++i) {
-        iqa_tools::WriteWholeFile(root_ + "/" + kCamera + "/" + Name(i) + ".jpg", jpeg);
+        iqa_tools::WriteWholeFile(root_ + "/" + kCamera + "/" + Name(i) + IQA::kPhotoSuffix, jpeg);
     }
 }
 
@@ -126,7 +127,7 @@ std::string CameraRoot::Name(int i) {
 
 void CameraRoot::Restock() const {
     for (int i = 0; i < kBatch; ++i) {
-        fs::copy_file(thumbnail_, root_ + "/" + kCamera + "/cache/" + Name(i) + ".thumbnail",
+        fs::copy_file(thumbnail_, root_ + "/" + kCache + "/" + Name(i) + IQA::kThumbnailSuffix,
                       fs::copy_options::overwrite_existing);
     }
 }

@@ -15,6 +15,7 @@ using iqa_test::Bytes;
 
 namespace {
 
+// The batch run's buffer size, spelled out: the stage must take any capacity a host gives it.
 constexpr unsigned long long kCapacity = 64000000;
 
 class PrepareStage : public ::testing::Test {

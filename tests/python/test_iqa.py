@@ -11,6 +11,7 @@ import pytest
 import iqa
 
 CLI = os.environ["IQA_CLI"].split()  # the program, behind its emulator when cross-built
+# Spelled out rather than asked of the module, so that a folder changed by mistake fails here.
 CAMERA = "storage/emulated/0/DCIM/Camera"
 
 
