@@ -107,9 +107,7 @@ Outcome Whole(const std::string& photo, const std::vector<unsigned char>& thumb,
 }
 
 Outcome Demanded(const std::string& thumbPath, const std::string& photo) {
-    static std::vector<unsigned char> first(kCapacity), second(kCapacity);
-    std::fill(first.begin(), first.end(), 0);
-    std::fill(second.begin(), second.end(), 0);
+    std::vector<unsigned char> first(kCapacity), second(kCapacity);  // zero, as a run's start
     IQA::RunBuffer firstRun{first.data(), kCapacity}, secondRun{second.data(), kCapacity};
     IqaImageInfo info =
         IQA::PairRecord("photo", thumbPath, photo, {first.data(), second.data(), kCapacity});

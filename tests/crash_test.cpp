@@ -116,21 +116,14 @@ class Storage {
     }
     // Each state storage may come back in: the synced one, then that with one write kept.
     std::vector<std::map<std::string, Bytes>> AfterPowerCut() const {
-        std::vector<std::map<std::string, Bytes>> states(1);
-        for (const File& file : files_) {
-            for (size_t w = 0; w < file.unsynced.size(); ++w) {
-                states.emplace_back();
-            }
-        }
-        size_t variant = 1;
+        std::vector<std::map<std::string, Bytes>> states = {Files(files_.size(), {})};
         for (size_t id = 0; id < files_.size(); ++id) {
             for (const Step& write : files_[id].unsynced) {
                 Bytes kept = files_[id].synced;
                 Write(&kept, write);
-                states[variant++] = Files(id, kept);
+                states.push_back(Files(id, kept));
             }
         }
-        states[0] = Files(files_.size(), {});
         return states;
     }
 

@@ -20,12 +20,10 @@ constexpr unsigned long long kCapacity = 64000000;
 
 class PrepareStage : public ::testing::Test {
   protected:
-    IqaImageInfo Record(const std::string& first, int firstType, const std::string& second,
-                        int secondType) {
-        IqaImageInfo info = IQA::PairRecord("photo", dir.File(first), dir.File(second),
-                                            {thumb.data(), photo.data(), kCapacity}, secondType);
-        info.thumbDecoderType = firstType;
-        return info;
+    // A raw thumbnail first, then `second` of decoder type `type`.
+    IqaImageInfo Record(const std::string& first, const std::string& second, int type) {
+        return IQA::PairRecord("photo", dir.File(first), dir.File(second),
+                               {thumb.data(), photo.data(), kCapacity}, type);
     }
     void WriteThumb(const std::string& name, int w, int h, const Bytes& rgb) {
         iqa_test::WriteFile(dir.File(name), iqa_tools::ThumbnailFile(w, h, rgb));
@@ -50,8 +48,7 @@ TEST_F(PrepareStage, TheImageWithMorePixelsIsReducedToTheOthersSize) {
         WriteThumb("1.thumbnail", c.w1, c.h1, first);
         WriteThumb("2.thumbnail", c.w2, c.h2, second);
         log.Clear();
-        IqaImageInfo info =
-            Record("1.thumbnail", IQA::DECODER_THUMBNAIL, "2.thumbnail", IQA::DECODER_THUMBNAIL);
+        IqaImageInfo info = Record("1.thumbnail", "2.thumbnail", IQA::DECODER_THUMBNAIL);
         ASSERT_TRUE(stage.ProcessImage(info));
         const bool one = c.reduced == 1;
         const int w = one ? c.w2 : c.w1, h = one ? c.h2 : c.h1;
@@ -90,8 +87,7 @@ TEST_F(PrepareStage, JpegReducedWhileDecodingMatchesTheWholeImageReduction) {
         const Bytes jpeg = iqa_tools::EncodeJpeg(rgb, c.w, c.h, 3, 90, c.options);
         iqa_test::WriteFile(dir.File("s.jpg"), jpeg);
         WriteThumb("s.thumbnail", c.tw, c.th, Bytes(static_cast<size_t>(c.tw) * c.th * 3, 5));
-        IqaImageInfo info =
-            Record("s.thumbnail", IQA::DECODER_THUMBNAIL, "s.jpg", IQA::DECODER_JPEG);
+        IqaImageInfo info = Record("s.thumbnail", "s.jpg", IQA::DECODER_JPEG);
         ASSERT_TRUE(stage.ProcessImage(info));
         EXPECT_EQ(
             (std::vector<int>{c.tw, c.th, c.tw, c.th}),
@@ -124,8 +120,7 @@ TEST_F(PrepareStage, TrackedBuffersEndUpAsIfClearedWhole) {
             dir.File(name + ".jpg"),
             iqa_tools::EncodeJpeg(iqa_test::RandomBytes(w * h * 3, w), w, h, 3, 90));
         WriteThumb(name + ".thumbnail", w / 4, h / 4, iqa_test::RandomBytes(w * h * 3 / 16, h));
-        IqaImageInfo info =
-            Record(name + ".thumbnail", IQA::DECODER_THUMBNAIL, name + ".jpg", IQA::DECODER_JPEG);
+        IqaImageInfo info = Record(name + ".thumbnail", name + ".jpg", IQA::DECODER_JPEG);
         ASSERT_TRUE(IQA::Prepare(info, {&thumbRun, &photoRun, nullptr}));
     }
     const auto tail = photo.begin() + 30 * 22 * 3;
@@ -137,7 +132,8 @@ TEST_F(PrepareStage, TrackedBuffersEndUpAsIfClearedWhole) {
 
 TEST_F(PrepareStage, DecodeFailures) {
     WriteThumb("t.thumbnail", 16, 16, Bytes(16 * 16 * 3, 1));
-    IqaImageInfo unknown = Record("t.thumbnail", 7, "t.thumbnail", IQA::DECODER_THUMBNAIL);
+    IqaImageInfo unknown = Record("t.thumbnail", "t.thumbnail", IQA::DECODER_THUMBNAIL);
+    unknown.thumbDecoderType = 7;
     EXPECT_FALSE(stage.ProcessImage(unknown));
     EXPECT_EQ(
         (std::vector<std::string>{"[Decoder]:begin decoder", "[ProcessImage]:Decoder failed"}),
@@ -145,8 +141,7 @@ TEST_F(PrepareStage, DecodeFailures) {
     EXPECT_EQ(0.0, unknown.ssim);
 
     log.Clear();
-    IqaImageInfo missing =
-        Record("t.thumbnail", IQA::DECODER_THUMBNAIL, "none.jpg", IQA::DECODER_JPEG);
+    IqaImageInfo missing = Record("t.thumbnail", "none.jpg", IQA::DECODER_JPEG);
     missing.jpegWidth = missing.jpegHeight = 8;  // sizes left from elsewhere prove nothing
     EXPECT_FALSE(stage.ProcessImage(missing));
     EXPECT_EQ("[ProcessImage]:Decoder failed", log.Lines().back());
