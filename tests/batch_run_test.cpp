@@ -216,10 +216,9 @@ TEST_F(BatchRun, AMixedBatchLogsEachPhotoAsItsOwnRunDoes) {
         {"damaged", damaged, 64, 12},
         {"larger_thumb", iqa_test::CameraPhoto(Bytes(40 * 30 * 3, 90), 40, 30), 64, 12},
         {"whole", whole, 64, 12}};
-    std::vector<std::string> names;
-    for (const auto& p : photos) {
-        names.push_back(p.name);
-    }
+    std::vector<std::string> names(std::size(photos));
+    std::transform(std::begin(photos), std::end(photos), names.begin(),
+                   [](const auto& p) { return p.name; });
     // The lines of a run over fresh copies of the photos, after its "begin process" line.
     const auto run = [&](const std::vector<std::string>& batch) {
         for (const auto& p : photos) {

@@ -334,13 +334,21 @@ TEST_F(Tools, InspectListsTheLibrarysRecordAndRejectsOthersUntouched) {
     EXPECT_EQ(end, j["image_end"]);
 
     const Bytes plain = PlainPhoto("plain");
-    Bytes damaged = original;
+    Bytes damaged = original, reaching = original, empty = plain;
     damaged[damaged.size() - 24 - 9 - 12 + 3] = 0x40;  // payload length past the start
-    iqa_test::WriteFile(PhotoPath("damaged"), damaged);
-    for (const auto& [name, bytes] :
-         {std::pair<std::string, Bytes>{"plain", plain}, {"damaged", damaged}}) {
-        const Result rejected = Iqa("inspect " + PhotoPath(name));
-        EXPECT_EQ(1, rejected.status) << rejected.out;
+    reaching[reaching.size() - 24] = 0xFF;  // other data said to reach into the image data
+    const Bytes trailer = iqa_tools::Trailer({{"EMPTY", {}}}, Bytes(9, 8));  // exactly fits
+    empty.insert(empty.end(), trailer.begin(), trailer.end());
+    const std::tuple<std::string, Bytes, int, std::string> cases[] = {
+        {"plain", plain, 1, "no trailer: file too short for a trailer"},
+        {"damaged", damaged, 1, "no trailer: a record length points into the image data"},
+        {"reaching", reaching, 1, "no trailer: other-data length points into the image data"},
+        {"empty", empty, 0, "record at " + std::to_string(plain.size()) + ": 0 bytes, tag"}};
+    for (const auto& [name, bytes, status, says] : cases) {
+        iqa_test::WriteFile(PhotoPath(name), bytes);
+        const Result r = Iqa("inspect " + PhotoPath(name));
+        EXPECT_EQ(status, r.status) << r.out;
+        EXPECT_NE(std::string::npos, r.out.find(says)) << r.out;
         EXPECT_EQ(bytes, iqa_test::ReadFile(PhotoPath(name)));
     }
 }
