@@ -46,11 +46,12 @@ class RunBuffers {
 
     bool ok() const { return photo_ && thumb_; }
     PairBuffers Pair() const { return {thumb_.get(), photo_.get(), kPixelBufferSize}; }
+    // A failure is logged as the batch run's own.
     void Clear() {
-        IQA_CHECK_COPY(kTagTaskManager,
-                       memset_s(photo_.get(), kPixelBufferSize, 0, kPixelBufferSize));
-        IQA_CHECK_COPY(kTagTaskManager,
-                       memset_s(thumb_.get(), kPixelBufferSize, 0, kPixelBufferSize));
+        IQA_CHECK_COPY_AS(kTagTaskManager, "IqaProc",
+                          memset_s(photo_.get(), kPixelBufferSize, 0, kPixelBufferSize));
+        IQA_CHECK_COPY_AS(kTagTaskManager, "IqaProc",
+                          memset_s(thumb_.get(), kPixelBufferSize, 0, kPixelBufferSize));
     }
     // For the stock chain: the buffers behind the record, and what the SSIM stage reads.
     RunInputs Inputs() { return RunInputs{&thumbState_, &photoState_, BlockSsimReach}; }
