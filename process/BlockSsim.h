@@ -12,10 +12,6 @@ namespace IQA {
 
 constexpr int kSsimBlock = 8;
 
-struct BlockSums {
-    uint32_t a = 0, b = 0, aa = 0, bb = 0, ab = 0;
-};
-
 // Bytes [0, n) of each plane that the block SSIM of width x height planes reads: up to the last
 // byte of its last whole block; none when there is no whole block.
 inline size_t BlockSsimReach(int width, int height) {
@@ -29,12 +25,19 @@ inline size_t BlockSsimReach(int width, int height) {
 // Blocks of one band summed per pass.
 constexpr int kBandBlocks = 64;
 
+// The sums of the blocks side by side in one band of 8 rows, one array per sum. Every sum is below
+// 2^23, so a signed 32-bit integer holds it and converts to double on whole vectors.
+struct BandSums {
+    int32_t a[kBandBlocks], b[kBandBlocks], aa[kBandBlocks], bb[kBandBlocks], ab[kBandBlocks];
+};
+
 // The sums of `blocks` (at most kBandBlocks) blocks side by side in one band of 8 rows.
 void SumBand(const unsigned char* p1, const unsigned char* p2, int64_t stride, int blocks,
-             BlockSums* out);
+             BandSums* out);
 
-// One block's SSIM from its sums; false when its denominator is exactly 0.
-bool BlockValue(const BlockSums& s, double* value);
+// Each block's SSIM from its sums into value[0, blocks); returns how many leading blocks have one:
+// blocks, or the index of the first whose denominator is exactly 0.
+int BandValues(const BandSums& sums, int blocks, double* value);
 
 // Calls visit(blockX, blockY, value) for every whole block of the width x height planes, in
 // order. Stops and returns false at a block whose denominator is 0.
@@ -42,18 +45,19 @@ template <typename Visit>
 bool ForEachBlockSsim(const unsigned char* p1, const unsigned char* p2, int width, int height,
                       Visit visit) {
     const int blocksX = width / kSsimBlock, blocksY = height / kSsimBlock;
-    BlockSums band[kBandBlocks];
+    BandSums sums;
+    double values[kBandBlocks];
     for (int by = 0; by < blocksY; ++by) {
         for (int bx0 = 0; bx0 < blocksX; bx0 += kBandBlocks) {
             const int blocks = std::min(kBandBlocks, blocksX - bx0);
             const int64_t offset = static_cast<int64_t>(by) * kSsimBlock * width + bx0 * kSsimBlock;
-            SumBand(p1 + offset, p2 + offset, width, blocks, band);
-            for (int i = 0; i < blocks; ++i) {
-                double value = 0.0;
-                if (!BlockValue(band[i], &value)) {
-                    return false;
-                }
-                visit(bx0 + i, by, value);
+            SumBand(p1 + offset, p2 + offset, width, blocks, &sums);
+            const int valued = BandValues(sums, blocks, values);
+            for (int i = 0; i < valued; ++i) {
+                visit(bx0 + i, by, values[i]);
+            }
+            if (valued < blocks) {
+                return false;
             }
         }
     }
