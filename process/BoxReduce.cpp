@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "common/KernelClones.h"
+#include "process/PickPixels.h"
 
 namespace IQA {
 
@@ -85,12 +86,7 @@ IQA_INLINE void FinishFixed(const uint16_t* sums, int pixels, unsigned char* out
         }
         totals[i] = static_cast<unsigned char>(total / (K * K));
     }
-    // Each pixel's three values with one 4-byte copy; the fourth byte is the next pixel's first,
-    // written over by it, and the last pixel copies only its own three.
-    for (int p = 0; p + 1 < pixels; ++p) {
-        std::memcpy(out + p * kChannels, totals + p * kStep, 4);
-    }
-    std::memcpy(out + (pixels - 1) * kChannels, totals + (pixels - 1) * kStep, kChannels);
+    PickPixels<K>(totals, pixels, count, out);
 }
 
 // Exact division by the block area without a divide instruction (Granlund-Montgomery): for
