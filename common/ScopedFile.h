@@ -1,9 +1,11 @@
 // A regular file opened for reading as a FILE* (what the decoders read through), closed on every
-// path out of the operation that opened it. A FIFO, device or folder is refused, never waited on.
+// path out of the operation that opened it, or handed on to whoever reads it later. A FIFO,
+// device or folder is refused, never waited on.
 #ifndef IQA_COMMON_SCOPED_FILE_H
 #define IQA_COMMON_SCOPED_FILE_H
 
 #include <cstdio>
+#include <utility>
 
 #include "common/FileCalls.h"
 
@@ -11,6 +13,7 @@ namespace IQA {
 
 class ScopedFile {
   public:
+    ScopedFile() = default;  // no file
     explicit ScopedFile(const char* path) {
         const int fd = OpenRegularFile(path, O_RDONLY);
         file_ = fdopen(fd, "rb");  // null for a failed open (-1 is no descriptor)
@@ -18,19 +21,27 @@ class ScopedFile {
             CloseFile(fd);
         }
     }
-    ~ScopedFile() {
-        if (file_ != nullptr) {
-            fclose(file_);
+    ~ScopedFile() { Close(); }
+    ScopedFile(ScopedFile&& other) noexcept : file_(std::exchange(other.file_, nullptr)) {}
+    ScopedFile& operator=(ScopedFile&& other) noexcept {
+        if (this != &other) {
+            Close();
+            file_ = std::exchange(other.file_, nullptr);
         }
+        return *this;
     }
-    ScopedFile(const ScopedFile&) = delete;
-    ScopedFile& operator=(const ScopedFile&) = delete;
 
     FILE* get() const { return file_; }
     explicit operator bool() const { return file_ != nullptr; }
 
   private:
-    FILE* file_;
+    void Close() {
+        if (file_ != nullptr) {
+            fclose(file_);
+        }
+    }
+
+    FILE* file_ = nullptr;
 };
 
 }  // namespace IQA

@@ -108,7 +108,9 @@ bool Prepare(IqaImageInfo& info, const RunInputs& run) {
     IQA_LOG_OP(ANDROID_LOG_INFO, kTagProcessData, kOperation, "begin downscale jpeg %s",
                large.path.c_str());
     size_t reducedBytes = RgbBytes(small);
-    FinishThumbnail(large.run);
+    if (!FinishThumbnail(large.run)) {
+        return false;
+    }
     if (sink.reduced()) {
         reducedBytes = sink.written();
     } else if (!ReduceInto(large, small, reducedBytes)) {

@@ -9,6 +9,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
+
+#include "common/ScopedFile.h"
 
 namespace IQA {
 
@@ -17,10 +20,15 @@ struct RunBuffer {
     size_t capacity;
     size_t dirty = 0;   // bytes from here on are zero
     size_t mapped = 0;  // bytes whose pages were asked for
-    // A thumbnail compacted only as far as the next stage reads: its pixels [rawFrom, rawTo)
-    // still stand as 4 raw bytes each, at 4 x their index, until FinishThumbnail compacts them.
-    int64_t rawFrom = 0;
-    int64_t rawTo = 0;
+    // A thumbnail compacted only as far as the next stage reads: its pixels [from, to) are still
+    // only in its file, kept open, until FinishThumbnail reads and compacts them.
+    struct Tail {
+        ScopedFile file;
+        std::string path;
+        int64_t from = 0;
+        int64_t to = 0;
+    };
+    Tail tail{};
 };
 
 // How many leading bytes of each buffer a stage reads when it compares two images of

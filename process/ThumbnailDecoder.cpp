@@ -37,39 +37,49 @@ IQA_KERNEL_CLONES void DropFourthBytes(const unsigned char* __restrict raw, int6
     }
 }
 
-// Reads the raw pixels and writes the first `compact` of them compacted, block by block; the
-// others are read raw straight into place, at 4 x their index. A whole read compacted in place
-// would leave the last quarter of the raw bytes behind the image; so does this with keepTail.
-bool ReadPixels(FILE* file, unsigned char* block, int64_t pixels, int64_t compact,
-                unsigned char* buffer, bool keepTail) {
-    const size_t image = static_cast<size_t>(pixels) * 3;
-    for (int64_t done = 0; done < compact;) {
-        const int64_t count = std::min<int64_t>(kBlockPixels, compact - done);
+// Reads raw pixels [from, to) block by block, the file standing at pixel `from`, and writes them
+// compacted at 3 x their index. The raw bytes of a block at or behind `keepFrom` also stand in
+// place at 4 x their index: a whole read compacted in place leaves the last quarter of them behind
+// the image.
+bool ReadPixels(FILE* file, unsigned char* block, int64_t from, int64_t to, unsigned char* buffer,
+                size_t keepFrom) {
+    for (int64_t first = from; first < to;) {
+        const int64_t count = std::min<int64_t>(kBlockPixels, to - first);
         const size_t bytes = static_cast<size_t>(count) * kRawPixelBytes;
         if (fread(block, 1, bytes, file) != bytes) {
             return false;
         }
-        DropFourthBytes(block, count, buffer + static_cast<size_t>(done) * 3);
-        const size_t from = static_cast<size_t>(done) * kRawPixelBytes;
-        if (keepTail && from + bytes > image) {
-            const size_t skip = image > from ? image - from : 0;
-            std::memcpy(buffer + from + skip, block + skip, bytes - skip);
+        DropFourthBytes(block, count, buffer + static_cast<size_t>(first) * 3);
+        const size_t at = static_cast<size_t>(first) * kRawPixelBytes;
+        if (at + bytes > keepFrom) {
+            const size_t skip = keepFrom > at ? keepFrom - at : 0;
+            std::memcpy(buffer + at + skip, block + skip, bytes - skip);
         }
-        done += count;
+        first += count;
     }
-    const size_t raw = static_cast<size_t>(pixels - compact) * kRawPixelBytes;
-    return fread(buffer + static_cast<size_t>(compact) * kRawPixelBytes, 1, raw, file) == raw;
+    return true;
 }
 
-// Pixels to compact at once in a run's buffer: those holding the bytes the next stage reads, and
-// at least the 3 that let FinishThumbnail's first piece move (it never writes over raw bytes).
+// Reads `count` raw pixels block by block and drops them: the file reads to its end, as a whole
+// decode's does.
+bool ProveReadable(FILE* file, unsigned char* block, int64_t count) {
+    for (int64_t done = 0; done < count;) {
+        const int64_t n = std::min<int64_t>(kBlockPixels, count - done);
+        const size_t bytes = static_cast<size_t>(n) * kRawPixelBytes;
+        if (fread(block, 1, bytes, file) != bytes) {
+            return false;
+        }
+        done += n;
+    }
+    return true;
+}
+
+// Pixels to compact at once in a run's buffer: those holding the bytes the next stage reads.
 int64_t CompactNow(int32_t w, int32_t h, int64_t pixels, const RunBuffer* run, ReadExtent next) {
-    constexpr int64_t kLeastCompacted = 3;
     if (run == nullptr || next == nullptr) {
         return pixels;
     }
-    const int64_t read = static_cast<int64_t>((next(w, h) + 2) / 3);
-    return std::min(pixels, std::max(read, kLeastCompacted));
+    return std::min(pixels, static_cast<int64_t>((next(w, h) + 2) / 3));
 }
 
 // True when 4 x pixels raw bytes fit the capacity; a negative count never does. Written so
@@ -84,7 +94,7 @@ long long DecodeThumbnailFile(const char* path, unsigned char* buffer,
                               unsigned long long bufferSize, RunBuffer* run, ReadExtent next,
                               int* width, int* height) {
     if (run != nullptr) {
-        run->rawFrom = run->rawTo = 0;
+        run->tail = RunBuffer::Tail{};
     }
     const ResolvedPath resolved(path);
     if (!resolved.ok) {
@@ -111,18 +121,18 @@ long long DecodeThumbnailFile(const char* path, unsigned char* buffer,
         return 0;
     }
     const int64_t compact = CompactNow(w, h, pixels, run, next);
-    const size_t written = static_cast<size_t>(pixels) * (compact < pixels ? kRawPixelBytes : 3);
-    IQA_CHECK_COPY_AS(kTagProcessData, kOperation, Rewrite(run, written));
+    IQA_CHECK_COPY_AS(kTagProcessData, kOperation, Rewrite(run, static_cast<size_t>(compact) * 3));
+    unsigned char* block = header.get() + kHeaderSize;
+    const size_t keepFrom = run == nullptr ? static_cast<size_t>(pixels) * 3 : SIZE_MAX;
     if (fseek(file.get(), kHeaderSize, SEEK_SET) != 0 ||
-        !ReadPixels(file.get(), header.get() + kHeaderSize, pixels, compact, buffer,
-                    run == nullptr)) {
+        !ReadPixels(file.get(), block, 0, compact, buffer, keepFrom) ||
+        !ProveReadable(file.get(), block, pixels - compact)) {
         IQA_LOG_OP(ANDROID_LOG_ERROR, kTagProcessData, kOperation, "Failed to read file : %s.",
                    path);
         return 0;
     }
-    if (run != nullptr) {
-        run->rawFrom = compact;
-        run->rawTo = pixels;
+    if (compact < pixels) {
+        run->tail = RunBuffer::Tail{std::move(file), path, compact, pixels};
     }
     *width = w;
     *height = h;
@@ -130,18 +140,23 @@ long long DecodeThumbnailFile(const char* path, unsigned char* buffer,
     return pixels;
 }
 
-void FinishThumbnail(RunBuffer* run) {
-    if (run == nullptr) {
-        return;
+bool FinishThumbnail(RunBuffer* run) {
+    if (run == nullptr || run->tail.from >= run->tail.to) {
+        return true;
     }
-    // In place, ascending, in pieces whose raw bytes lie wholly behind where they are written:
-    // pixels [i, i + n) with 3 (i + n) <= 4 i, so each piece may be a third longer than the last.
-    for (int64_t i = run->rawFrom; i < run->rawTo;) {
-        const int64_t count = std::min(run->rawTo - i, i / 3);
-        DropFourthBytes(run->data + i * kRawPixelBytes, count, run->data + i * 3);
-        i += count;
+    const RunBuffer::Tail tail = std::move(run->tail);  // closes its file on the way out
+    run->tail = RunBuffer::Tail{};
+    IQA_CHECK_COPY_AS(kTagProcessData, kOperation, Rewrite(run, static_cast<size_t>(tail.to) * 3));
+    MallocBlock block(kBlockPixels * kRawPixelBytes);
+    if (!block ||
+        fseek(tail.file.get(), static_cast<long>(kHeaderSize + tail.from * kRawPixelBytes),
+              SEEK_SET) != 0 ||
+        !ReadPixels(tail.file.get(), block.get(), tail.from, tail.to, run->data, SIZE_MAX)) {
+        IQA_LOG_OP(ANDROID_LOG_ERROR, kTagProcessData, kOperation, "Failed to read file : %s.",
+                   tail.path.c_str());
+        return false;
     }
-    run->rawFrom = run->rawTo;
+    return true;
 }
 
 long long IqaProcessData::ThumbnailDecoder(const char* path, unsigned char* buffer,

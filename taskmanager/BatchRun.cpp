@@ -55,10 +55,10 @@ class RunBuffers {
     }
     // For the stock chain: the buffers behind the record, and what the SSIM stage reads.
     RunInputs Inputs() { return RunInputs{&thumbState_, &photoState_, BlockSsimReach}; }
-    // The thumbnail whole, for the reply: the stock chain compacts only what the SSIM reads.
+    // The thumbnail whole, for the reply (the stock chain reads only what the SSIM reads); null
+    // when the rest of it can no longer be read.
     const unsigned char* WholeThumbnail() {
-        FinishThumbnail(&thumbState_);
-        return thumb_.get();
+        return FinishThumbnail(&thumbState_) ? thumb_.get() : nullptr;
     }
 
   private:
@@ -142,7 +142,10 @@ void IqaTaskManager::IqaProc(const std::string& cacheFolder, const std::string& 
             IQA_LOGI(kTagTaskManager, "img %s with high similarity : ssim %lf", photoPath.c_str(),
                      result.ssim);
         } else {
-            IqaReply(name, buffers.WholeThumbnail(), result.width, result.height);
+            const unsigned char* thumbnail = buffers.WholeThumbnail();
+            if (thumbnail != nullptr) {
+                IqaReply(name, thumbnail, result.width, result.height);
+            }
             IQA_LOGI(kTagTaskManager, "img %s with low similarity : ssim %lf", photoPath.c_str(),
                      result.ssim);
         }

@@ -1,6 +1,8 @@
 // Batch runs over real camera folders: order, threshold, checkpoints, backup and dump.
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <atomic>
 
 #include "IqaCompSim.h"
@@ -191,6 +193,26 @@ TEST_F(BatchRun, ReplySizesAndTooSmallImages) {
         iqa_ref::WithRecord(before, before.size() - 85, iqa_ref::Nv12(reduced.data(), 250, 190),
                             {250, 190, 250, 250 * 190 * 3 / 2, 1, "Iqa_comparessim", {}}),
         iqa_test::ReadFile(PhotoPath("r")));
+}
+
+TEST_F(BatchRun, AThumbnailCutShortAfterItsSsimIsNotDumped) {
+    // The run keeps only what the SSIM reads of the thumbnail; the reply reads the rest again,
+    // here after another process has cut the backup short.
+    const Bytes photo = AddPhoto("t", 640, 480, 6);
+    AddThumb("t", 160, 120, iqa_test::RandomBytes(160 * 120 * 3, 7));  // unrelated: low
+    log.OnLine([&](const std::string& line) {
+        if (line.rfind("[ProcessImage]:ssim result", 0) == 0) {
+            ASSERT_EQ(0, truncate(BackupThumb("t").c_str(), 16 + 160 * 120 * 2));
+        }
+    });
+    Register({"t"});
+    manager.BeginProcess();
+    log.OnLine(nullptr);
+    EXPECT_EQ(1u, log.Count("[ThumbnailDecoder]:Failed to read file : " + BackupThumb("t") + "."));
+    ASSERT_EQ(2u, RunLines().size());
+    EXPECT_NE(std::string::npos, RunLines()[1].find("with low similarity"));
+    EXPECT_EQ(photo, iqa_test::ReadFile(PhotoPath("t")));  // nothing dumped
+    EXPECT_FALSE(IsFileExists(BackupThumb("t")));
 }
 
 // Decodes that are cut short (damaged data, rows and columns the reduction leaves out) must leave
