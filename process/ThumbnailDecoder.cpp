@@ -38,9 +38,9 @@ IQA_KERNEL_CLONES void DropFourthBytes(const unsigned char* __restrict raw, int6
 }
 
 // Reads raw pixels [from, to) block by block, the file standing at pixel `from`, and writes them
-// compacted at 3 x their index. The raw bytes of a block at or behind `keepFrom` also stand in
-// place at 4 x their index: a whole read compacted in place leaves the last quarter of them behind
-// the image.
+// compacted at 3 x their index; a null buffer drops them, which still proves them readable. The
+// raw bytes of a block at or behind `keepFrom` also stand in place at 4 x their index: a whole
+// read compacted in place leaves the last quarter of them behind the image.
 bool ReadPixels(FILE* file, unsigned char* block, int64_t from, int64_t to, unsigned char* buffer,
                 size_t keepFrom) {
     for (int64_t first = from; first < to;) {
@@ -49,27 +49,15 @@ bool ReadPixels(FILE* file, unsigned char* block, int64_t from, int64_t to, unsi
         if (fread(block, 1, bytes, file) != bytes) {
             return false;
         }
-        DropFourthBytes(block, count, buffer + static_cast<size_t>(first) * 3);
-        const size_t at = static_cast<size_t>(first) * kRawPixelBytes;
-        if (at + bytes > keepFrom) {
-            const size_t skip = keepFrom > at ? keepFrom - at : 0;
-            std::memcpy(buffer + at + skip, block + skip, bytes - skip);
+        if (buffer != nullptr) {
+            DropFourthBytes(block, count, buffer + static_cast<size_t>(first) * 3);
+            const size_t at = static_cast<size_t>(first) * kRawPixelBytes;
+            if (at + bytes > keepFrom) {
+                const size_t skip = keepFrom > at ? keepFrom - at : 0;
+                std::memcpy(buffer + at + skip, block + skip, bytes - skip);
+            }
         }
         first += count;
-    }
-    return true;
-}
-
-// Reads `count` raw pixels block by block and drops them: the file reads to its end, as a whole
-// decode's does.
-bool ProveReadable(FILE* file, unsigned char* block, int64_t count) {
-    for (int64_t done = 0; done < count;) {
-        const int64_t n = std::min<int64_t>(kBlockPixels, count - done);
-        const size_t bytes = static_cast<size_t>(n) * kRawPixelBytes;
-        if (fread(block, 1, bytes, file) != bytes) {
-            return false;
-        }
-        done += n;
     }
     return true;
 }
@@ -126,12 +114,12 @@ long long DecodeThumbnailFile(const char* path, unsigned char* buffer,
     const size_t keepFrom = run == nullptr ? static_cast<size_t>(pixels) * 3 : SIZE_MAX;
     if (fseek(file.get(), kHeaderSize, SEEK_SET) != 0 ||
         !ReadPixels(file.get(), block, 0, compact, buffer, keepFrom) ||
-        !ProveReadable(file.get(), block, pixels - compact)) {
+        !ReadPixels(file.get(), block, compact, pixels, nullptr, SIZE_MAX)) {
         IQA_LOG_OP(ANDROID_LOG_ERROR, kTagProcessData, kOperation, "Failed to read file : %s.",
                    path);
         return 0;
     }
-    if (compact < pixels) {
+    if (compact < pixels) {  // only in a run's buffer
         run->tail = RunBuffer::Tail{std::move(file), path, compact, pixels};
     }
     *width = w;
