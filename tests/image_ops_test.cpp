@@ -48,12 +48,14 @@ TEST(DownScale, RejectsZeroSizesAndZeroFillsWhenBlocksAreEmpty) {
 
 TEST(DownScale, BoundedFormTreatsMissingRowsAsZero) {
     // The camera's block sides (3 and 12) over whole rows, and rows missing at the bottom; the
-    // sides of 2 to 4 at widths with and without pixels after their last whole run of 16.
+    // sides of 2 to 4 at widths with and without pixels after their last whole run of 16; a side
+    // past the 16-bit sums (20) over whole blocks.
     const int sizes[][5] = {// srcW, srcRows, dstW, dstH, seed
                             {12, 5, 3, 3, 1},      {7, 7, 2, 2, 2},       {100, 3, 1, 1, 3},
                             {33, 40, 5, 9, 4},     {2500, 4, 1, 2, 5},    {5000, 3, 2, 3, 6},
                             {3840, 6, 1280, 2, 7}, {3840, 24, 320, 2, 8}, {2049, 2, 1024, 1, 9},
-                            {105, 3, 35, 1, 10},   {139, 4, 34, 2, 11},   {4000, 4, 1000, 1, 12}};
+                            {105, 3, 35, 1, 10},   {139, 4, 34, 2, 11},   {4000, 4, 1000, 1, 12},
+                            {60, 20, 3, 1, 13}};
     for (const auto& s : sizes) {
         const Bytes src = RandomBytes(static_cast<size_t>(s[0]) * s[1] * 3, s[4]);
         Bytes fast(static_cast<size_t>(s[2]) * s[3] * 3 + 1, kGuard), plain(fast.size(), kGuard);
