@@ -72,6 +72,12 @@ int64_t FileLength(int fd);
 // end of the file before `count` bytes were read.
 bool ReadFully(int fd, uint64_t offset, void* out, size_t count);
 bool WriteFully(int fd, uint64_t offset, const void* bytes, size_t count);
+// Reads bytes [offset, offset + count) and drops them, to prove that they can be read: true
+// exactly when ReadFully of them would be. The pages are moved into a pipe that is then closed,
+// so they are brought in (and their errors reported) but never copied; where that cannot be
+// done, they are read through `scratch`.
+bool ReadThrough(int fd, uint64_t offset, uint64_t count, unsigned char* scratch,
+                 size_t scratchSize);
 bool SyncFile(int fd);
 // Makes the entries of `folder` (a creation, rename or removal) durable.
 bool SyncFolder(const char* folder);

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "IqaProcessData.h"
+#include "common/FileCalls.h"
 #include "common/IqaLog.h"
 #include "common/KernelClones.h"
 #include "common/LittleEndian.h"
@@ -38,9 +39,9 @@ IQA_KERNEL_CLONES void DropFourthBytes(const unsigned char* __restrict raw, int6
 }
 
 // Reads raw pixels [from, to) block by block, the file standing at pixel `from`, and writes them
-// compacted at 3 x their index; a null buffer drops them, which still proves them readable. The
-// raw bytes of a block at or behind `keepFrom` also stand in place at 4 x their index: a whole
-// read compacted in place leaves the last quarter of them behind the image.
+// compacted at 3 x their index. The raw bytes of a block at or behind `keepFrom` also stand in
+// place at 4 x their index: a whole read compacted in place leaves the last quarter of them behind
+// the image.
 bool ReadPixels(FILE* file, unsigned char* block, int64_t from, int64_t to, unsigned char* buffer,
                 size_t keepFrom) {
     for (int64_t first = from; first < to;) {
@@ -49,13 +50,11 @@ bool ReadPixels(FILE* file, unsigned char* block, int64_t from, int64_t to, unsi
         if (fread(block, 1, bytes, file) != bytes) {
             return false;
         }
-        if (buffer != nullptr) {
-            DropFourthBytes(block, count, buffer + static_cast<size_t>(first) * 3);
-            const size_t at = static_cast<size_t>(first) * kRawPixelBytes;
-            if (at + bytes > keepFrom) {
-                const size_t skip = keepFrom > at ? keepFrom - at : 0;
-                std::memcpy(buffer + at + skip, block + skip, bytes - skip);
-            }
+        DropFourthBytes(block, count, buffer + static_cast<size_t>(first) * 3);
+        const size_t at = static_cast<size_t>(first) * kRawPixelBytes;
+        if (at + bytes > keepFrom) {
+            const size_t skip = keepFrom > at ? keepFrom - at : 0;
+            std::memcpy(buffer + at + skip, block + skip, bytes - skip);
         }
         first += count;
     }
@@ -114,7 +113,10 @@ long long DecodeThumbnailFile(const char* path, unsigned char* buffer,
     const size_t keepFrom = run == nullptr ? static_cast<size_t>(pixels) * 3 : SIZE_MAX;
     if (fseek(file.get(), kHeaderSize, SEEK_SET) != 0 ||
         !ReadPixels(file.get(), block, 0, compact, buffer, keepFrom) ||
-        !ReadPixels(file.get(), block, compact, pixels, nullptr, SIZE_MAX)) {
+        !ReadThrough(fileno(file.get()),
+                     kHeaderSize + static_cast<uint64_t>(compact) * kRawPixelBytes,
+                     static_cast<uint64_t>(pixels - compact) * kRawPixelBytes, block,
+                     kBlockPixels * kRawPixelBytes)) {
         IQA_LOG_OP(ANDROID_LOG_ERROR, kTagProcessData, kOperation, "Failed to read file : %s.",
                    path);
         return 0;

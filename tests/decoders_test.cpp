@@ -1,9 +1,15 @@
 // Thumbnail and JPEG decoders on files written at test time: layouts, limits and failures.
 #include <gtest/gtest.h>
 
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <climits>
 
 #include "IqaProcessData.h"
+#include "common/FileCalls.h"
+#include "process/BlockSsim.h"
 #include "process/ThumbnailFile.h"
 #include "tests/reference/ReferenceKernels.h"
 #include "tests/support/LogCapture.h"
@@ -16,9 +22,13 @@ namespace {
 
 class Decoders : public ::testing::Test {
   protected:
-    long long Thumb(const std::string& name, unsigned long long capacity) {
-        return stage.ThumbnailDecoder(dir.File(name).c_str(), buffer.data(), capacity, &width,
-                                      &height);
+    // `inRun`: as a batch run decodes it, keeping only what the SSIM reads.
+    long long Thumb(const std::string& name, unsigned long long capacity, bool inRun = false) {
+        IQA::RunBuffer run{buffer.data(), buffer.size()};
+        return inRun ? IQA::DecodeThumbnailFile(dir.File(name).c_str(), buffer.data(), capacity,
+                                                &run, IQA::BlockSsimReach, &width, &height)
+                     : stage.ThumbnailDecoder(dir.File(name).c_str(), buffer.data(), capacity,
+                                              &width, &height);
     }
     long long Jpeg(const std::string& name, unsigned long long capacity) {
         return stage.JpegDecoder(dir.File(name).c_str(), buffer.data(), capacity, &width, &height);
@@ -60,6 +70,40 @@ TEST_F(Decoders, ThumbnailDropsFourthByte) {
                   Bytes(buffer.begin() + image, buffer.begin() + end))
             << (tracked ? "tracked" : "untracked");
     }
+}
+
+// A run proves the thumbnail's unkept pixels readable by moving them into a pipe; that must say
+// what reading them says, over several pipes' worth, at and past the end of the file, when a
+// read fails on the way, and with no descriptor left for a pipe.
+TEST_F(Decoders, ReadingThroughSaysWhatReadingSays) {
+    const Bytes bytes = iqa_test::RandomBytes(3 << 20, 15);
+    Write("r", bytes);
+    const IQA::ScopedFd fd(IQA::OpenRegularFile(dir.File("r").c_str(), O_RDONLY));
+    const uint64_t size = bytes.size();
+    const uint64_t cases[][2] = {{0, size}, {16, size - 16}, {16, size - 15}, {size, 0},
+                                 {size, 1}, {size + 5, 1},   {100, 1}};
+    const auto check = [&](const char* how) {
+        for (const auto& c : cases) {
+            Bytes all(c[1]);
+            EXPECT_EQ(IQA::ReadFully(fd.get(), c[0], all.data(), all.size()),
+                      IQA::ReadThrough(fd.get(), c[0], c[1], buffer.data(), 4096))
+                << how << " " << c[0] << "+" << c[1];
+        }
+        IQA::SetFileCallHook([](const IQA::FileCallInfo& info, size_t*) {
+            return info.call == IQA::FileCall::kRead && info.offset > (1 << 20) ? EIO : 0;
+        });
+        EXPECT_FALSE(IQA::ReadThrough(fd.get(), 0, size, buffer.data(), 4096)) << how;
+        IQA::SetFileCallHook(nullptr);
+    };
+    check("spliced");
+    const int lowest = dup(0);  // every descriptor below it is taken
+    close(lowest);
+    struct rlimit limit = {};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    const struct rlimit none = {static_cast<rlim_t>(lowest), limit.rlim_max};
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &none));
+    check("read");
+    setrlimit(RLIMIT_NOFILE, &limit);
 }
 
 TEST_F(Decoders, JpegDecodesFullSizeRgbAndGreyscale) {
@@ -144,16 +188,19 @@ TEST_F(Decoders, FailuresAreRecoveredAndSaidExactly) {
         if (c.name != "missing") {
             Write(c.name, c.bytes);
         }
-        log.Clear();
-        EXPECT_EQ(0, c.isJpeg ? Jpeg(c.name, c.capacity) : Thumb(c.name, c.capacity)) << c.name;
-        EXPECT_EQ(-7, width);
-        std::string said;
-        for (const std::string& line : log.Lines()) {
-            said += (said.empty() ? "" : "\n") + line;
-        }
-        EXPECT_EQ(c.lines, said) << c.name;
-        for (const iqa_test::LogEntry& e : log.Entries()) {
-            EXPECT_EQ(ANDROID_LOG_ERROR, e.priority) << e.message;
+        for (const bool inRun : {false, true}) {
+            log.Clear();
+            EXPECT_EQ(0, c.isJpeg ? Jpeg(c.name, c.capacity) : Thumb(c.name, c.capacity, inRun))
+                << c.name;
+            EXPECT_EQ(-7, width);
+            std::string said;
+            for (const std::string& line : log.Lines()) {
+                said += (said.empty() ? "" : "\n") + line;
+            }
+            EXPECT_EQ(c.lines, said) << c.name << (inRun ? " in a run" : "");
+            for (const iqa_test::LogEntry& e : log.Entries()) {
+                EXPECT_EQ(ANDROID_LOG_ERROR, e.priority) << e.message;
+            }
         }
     }
     // No error, but no pixels either.
