@@ -50,6 +50,27 @@ int OpenChecked(FileCall call, const char* path, int flags, mode_t mode) {
     return fd;
 }
 
+// Bytes moved into one pipe: the largest pipe an unprivileged process may ask for by default.
+constexpr size_t kPipeBytes = 1 << 20;
+
+// Moves up to `count` bytes at `offset` into a fresh pipe, closed on the way out. Returns how
+// many were moved; 0 or less when none were (the end of the file, an error, or no pipe or no
+// splicing here), and then a read decides.
+ssize_t SpliceAway(int fd, uint64_t offset, size_t count) {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) {
+        return -1;
+    }
+    const ScopedFd readEnd(ends[0]), writeEnd(ends[1]);
+    fcntl(ends[1], F_SETPIPE_SZ, static_cast<int>(kPipeBytes));  // else more, smaller rounds
+    const int capacity = fcntl(ends[1], F_GETPIPE_SZ);
+    if (capacity <= 0) {
+        return -1;
+    }
+    off_t at = static_cast<off_t>(offset);
+    return sendfile(ends[1], fd, &at, std::min(count, static_cast<size_t>(capacity)));
+}
+
 }  // namespace
 
 void SetFileCallHook(FileCallHook hook) {
@@ -93,31 +114,6 @@ bool ReadFully(int fd, uint64_t offset, void* out, size_t count) {
     }
     return true;
 }
-
-namespace {
-
-// Bytes moved into one pipe: the largest pipe an unprivileged process may ask for by default.
-constexpr size_t kPipeBytes = 1 << 20;
-
-// Moves up to `count` bytes at `offset` into a fresh pipe, closed on the way out. Returns how
-// many were moved; 0 or less when none were (the end of the file, an error, or no pipe or no
-// splicing here), and then a read decides.
-ssize_t SpliceAway(int fd, uint64_t offset, size_t count) {
-    int ends[2];
-    if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) {
-        return -1;
-    }
-    const ScopedFd readEnd(ends[0]), writeEnd(ends[1]);
-    fcntl(ends[1], F_SETPIPE_SZ, static_cast<int>(kPipeBytes));  // else more, smaller rounds
-    const int capacity = fcntl(ends[1], F_GETPIPE_SZ);
-    if (capacity <= 0) {
-        return -1;
-    }
-    off_t at = static_cast<off_t>(offset);
-    return sendfile(ends[1], fd, &at, std::min(count, static_cast<size_t>(capacity)));
-}
-
-}  // namespace
 
 bool ReadThrough(int fd, uint64_t offset, uint64_t count, unsigned char* scratch,
                  size_t scratchSize) {
