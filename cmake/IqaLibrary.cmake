@@ -15,7 +15,9 @@ add_library(iqa_core STATIC
   common/FileCalls.cpp
   common/ByteSource.cpp
   common/JpegStream.cpp
+  common/MultiPicture.cpp
   upload/PhotoTrailer.cpp
+  upload/PhotoLayout.cpp
   upload/DumpJournal.cpp
   process/BoxReduce.cpp
   process/BlockSsim.cpp

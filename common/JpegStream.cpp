@@ -13,7 +13,8 @@ constexpr unsigned char kMarkerByte = 0xFF;
 constexpr unsigned char kStuffed = 0x00;
 constexpr unsigned char kTem = 0x01;
 constexpr unsigned char kRst0 = 0xD0, kRst7 = 0xD7;
-constexpr unsigned char kSoi = 0xD8, kEoi = 0xD9, kSos = 0xDA;
+constexpr unsigned char kSoi = 0xD8, kEoi = 0xD9, kSos = 0xDA, kApp2 = 0xE2;
+constexpr unsigned char kIndexSignature[] = {'M', 'P', 'F', 0};
 constexpr size_t kChunk = 64 * 1024;
 
 // Forward reads through a chunk of the source.
@@ -94,13 +95,30 @@ bool NextMarker(Cursor& cursor, unsigned char* code) {
     return true;
 }
 
-bool SkipSegment(Cursor& cursor) {
+// Skips a segment; *payload is its length without the 2 bytes of the length field.
+bool SkipSegment(Cursor& cursor, unsigned* payload) {
     unsigned char high = 0, low = 0;
     if (!cursor.Next(&high) || !cursor.Next(&low)) {
         return false;
     }
     const unsigned length = static_cast<unsigned>(high) << 8 | low;  // counts its own 2 bytes
-    return length >= 2 && cursor.Skip(length - 2);
+    if (length < 2) {
+        return false;
+    }
+    *payload = length - 2;
+    return cursor.Skip(*payload);
+}
+
+// Notes the segment of `payload` bytes at `at` as the stream's multi-picture index when it is
+// the first APP2 segment that carries one.
+void NoteIndex(ByteSource& source, uint64_t at, unsigned payload, JpegStreamEnd* found) {
+    unsigned char signature[sizeof(kIndexSignature)];
+    if (found->indexAt == 0 && payload >= sizeof(signature) &&
+        source.Read(at, signature, sizeof(signature)) &&
+        std::equal(signature, signature + sizeof(signature), kIndexSignature)) {
+        found->indexAt = at;
+        found->indexLength = payload;
+    }
 }
 
 // Entropy-coded data runs to the first marker that is neither a stuffed byte nor a restart;
@@ -163,31 +181,36 @@ ScanCheck::State ScanCheck::Next(unsigned char code) {
     return code == kEoi && seen_ == restarts_ ? State::kEoi : State::kOther;
 }
 
-JpegEnd FindJpegEnd(ByteSource& source, uint64_t* end) {
-    unsigned char start[2] = {};
-    if (source.Size() < sizeof(start)) {
+JpegEnd FindJpegEnd(ByteSource& source, uint64_t start, JpegStreamEnd* found) {
+    *found = JpegStreamEnd();
+    unsigned char soi[2] = {};
+    if (start > source.Size() || source.Size() - start < sizeof(soi)) {
         return JpegEnd::kNotJpeg;
     }
-    if (!source.Read(0, start, sizeof(start))) {
+    if (!source.Read(start, soi, sizeof(soi))) {
         return JpegEnd::kNoEnd;  // unreadable: nothing may be concluded from it
     }
-    if (start[0] != kMarkerByte || start[1] != kSoi) {
+    if (soi[0] != kMarkerByte || soi[1] != kSoi) {
         return JpegEnd::kNotJpeg;
     }
     Cursor cursor(source);
-    cursor.Skip(2);
+    cursor.Seek(start + sizeof(soi));
     unsigned char code = 0;
     while (NextMarker(cursor, &code)) {
         if (code == kEoi) {
-            *end = cursor.position();
+            found->end = cursor.position();
             return JpegEnd::kFound;
         }
         if (code == kSoi || code == kStuffed) {
             return JpegEnd::kNoEnd;
         }
         const bool standalone = code == kTem || (code >= kRst0 && code <= kRst7);
-        if (!standalone && !SkipSegment(cursor)) {
+        unsigned payload = 0;
+        if (!standalone && !SkipSegment(cursor, &payload)) {
             return JpegEnd::kNoEnd;
+        }
+        if (code == kApp2) {
+            NoteIndex(source, cursor.position() - payload, payload, found);
         }
         if (code == kSos && !SkipEntropyData(cursor)) {
             return JpegEnd::kNoEnd;

@@ -1,6 +1,7 @@
-// The structure of a JPEG stream, walked byte by byte without decoding: where the stream at the
-// start of a photo ends (a trailer must begin exactly there), and whether a scan's data can
-// hold nothing but what a decoder reads past without failing.
+// The structure of a JPEG stream, walked byte by byte without decoding: where a stream in a photo
+// ends (the photo's further images, then its trailer, begin exactly there) and where its
+// multi-picture index lies, and whether a scan's data can hold nothing but what a decoder reads
+// past without failing.
 #ifndef IQA_COMMON_JPEG_STREAM_H
 #define IQA_COMMON_JPEG_STREAM_H
 
@@ -12,16 +13,22 @@
 namespace IQA {
 
 enum class JpegEnd {
-    kFound,    // *end: the offset just past the EOI marker
-    kNotJpeg,  // the source does not start with an SOI marker
+    kFound,    // the stream's end was found
+    kNotJpeg,  // the source holds no SOI marker where the stream should start
     kNoEnd,    // a JPEG whose markers run out, break off or never reach EOI
 };
 
-// Segments are skipped by their lengths (an EXIF segment's embedded JPEG and its own EOI are
-// never looked into); fill bytes 0xFF may precede a marker; in entropy-coded data 0xFF 0x00 is a
-// stuffed byte and RST0-RST7 carry on the scan, which ends at the first other marker. Every scan
-// of a progressive file is walked the same way.
-JpegEnd FindJpegEnd(ByteSource& source, uint64_t* end);
+struct JpegStreamEnd {
+    uint64_t end = 0;          // just past the EOI marker
+    uint64_t indexAt = 0;      // the first APP2 segment's payload that starts "MPF\0"; 0: none
+    uint64_t indexLength = 0;  // that payload's length
+};
+
+// Walks the stream that starts at `start`. Segments are skipped by their lengths (an EXIF
+// segment's embedded JPEG and its own EOI are never looked into); fill bytes 0xFF may precede a
+// marker; in entropy-coded data 0xFF 0x00 is a stuffed byte and RST0-RST7 carry on the scan,
+// which ends at the first other marker. Every scan of a progressive file is walked the same way.
+JpegEnd FindJpegEnd(ByteSource& source, uint64_t start, JpegStreamEnd* found);
 
 // The entropy-coded data of a file's only scan, fed in order from the scan's start as it is read:
 // whether it holds nothing but stuffed bytes 0xFF 0x00, fill bytes and the restart markers of

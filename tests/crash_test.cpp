@@ -173,7 +173,7 @@ class CutDump : public ::testing::Test {
         original =
             iqa_test::CameraPhoto(iqa_tools::RenderScene(w, h, 3), w, h,
                                   iqa_test::RandomBytes(9000, 1), iqa_test::RandomBytes(16, 2));
-        const size_t last = iqa_ref::LastRecordIfWhole(original, iqa_ref::JpegEnd(original));
+        const size_t last = iqa_ref::LastRecordIfWhole(original);
         withRecord = iqa_ref::WithRecord(original, last, custom, descriptor);
     }
 
@@ -414,9 +414,9 @@ TEST_F(CutDump, AStartingWorkerCompletesAnInterruptedDumpOfTheSamePhotoOnly) {
 TEST_F(CutDump, ABatchRunKilledAtAnyFileCallLosesNoThumbnail) {
     const Bytes thumb = iqa_test::RandomBytes(24 * 16 * 3, 5);
     const Bytes reduced = iqa_ref::Reduced(thumb, 24, 6, 4);
-    const Bytes recorded = iqa_ref::WithRecord(
-        original, iqa_ref::LastRecordIfWhole(original, iqa_ref::JpegEnd(original)),
-        iqa_ref::Nv12(reduced.data(), 6, 4), {6, 4, 6, 36, 1, "Iqa_comparessim", {}});
+    const Bytes recorded = iqa_ref::WithRecord(original, iqa_ref::LastRecordIfWhole(original),
+                                               iqa_ref::Nv12(reduced.data(), 6, 4),
+                                               {6, 4, 6, 36, 1, "Iqa_comparessim", {}});
     iqa_test::MakeDirs(kCamera + "/cache");
     const auto batch = [&](const Action& action) {
         iqa_test::WriteFile(photo, original);
@@ -466,7 +466,7 @@ TEST_F(CutDump, TwoProcessesDumpingIntoOnePhotoNeverInterleave) {
     }));
     const Bytes after = iqa_test::ReadFile(photo);
     std::vector<Bytes> payloads;
-    for (const iqa_ref::Record& r : iqa_ref::RecordsIfWhole(after, iqa_ref::JpegEnd(after))) {
+    for (const iqa_ref::Record& r : iqa_ref::RecordsIfWhole(after, iqa_ref::ImageEnds(after))) {
         payloads.emplace_back(after.begin() + static_cast<long>(r.offset),
                               after.begin() + static_cast<long>(r.offset + r.length));
     }

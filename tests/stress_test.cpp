@@ -122,7 +122,7 @@ TEST_F(Stress, HostThreadsAndDestructionDuringRuns) {
         if (after != originals[i]) {
             // Checked with the tests' own reference walk, not the library's.
             const std::vector<iqa_ref::Record> records =
-                iqa_ref::RecordsIfWhole(after, iqa_ref::JpegEnd(after));
+                iqa_ref::RecordsIfWhole(after, iqa_ref::ImageEnds(after));
             ASSERT_EQ(2u, records.size()) << name;
             EXPECT_EQ(0,
                       std::memcmp(&after[records[1].offset + records[1].length + 4], "Iqa_com", 8));

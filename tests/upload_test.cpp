@@ -4,12 +4,14 @@
 
 #include <sys/file.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "IqaUpLoad.h"
 #include "McsRecordingService.h"
 #include "common/ByteSource.h"
 #include "common/FileCalls.h"
+#include "common/LittleEndian.h"
 #include "tests/reference/ReferenceDump.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/TestFiles.h"
@@ -77,6 +79,20 @@ Bytes WithExifThumbnail(const Bytes& jpeg) {
     return Concat({{0xFF, 0xD8}, segment, {0xFF, 0xFF}, Bytes(jpeg.begin() + 2, jpeg.end())});
 }
 
+// The multi-picture index's entry for the photo's second image: its size, then its offset from
+// the index's byte-order mark, as 32-bit little-endian fields.
+unsigned char* SecondEntry(Bytes& photo) {
+    const char mark[] = "MPF";
+    const auto at = std::search(photo.begin(), photo.end(), mark, mark + 4);
+    return &*at + 4 + iqa_tools::kPictureEntriesAt + 16 + 4;
+}
+
+Bytes AddToEntry(Bytes photo, int field, uint32_t add) {
+    unsigned char* entry = SecondEntry(photo) + 4 * field;
+    IQA::StoreLE32(entry, IQA::LoadLE32(entry) + add);
+    return photo;
+}
+
 TEST_F(Dump, WritesOnlyIntoAWholeTrailer) {
     const size_t descriptors = iqa_test::OpenDescriptors();
     const Bytes rgb = iqa_test::RandomBytes(40 * 24 * 3, 6);
@@ -86,6 +102,14 @@ TEST_F(Dump, WritesOnlyIntoAWholeTrailer) {
     const Bytes record(70000, 1);  // a length of 64 KiB or more: all four bytes count
     const Bytes trailer = iqa_tools::Trailer({{"CAMREC", record}}, other);
     const Bytes photo = Concat({jpeg({}), trailer});
+    // Photos as phones write them: further images behind the primary, indexed or not.
+    const Bytes gain = iqa_tools::EncodeJpeg(iqa_test::RandomBytes(10 * 6, 7), 10, 6, 1, 80);
+    const Bytes depth = iqa_tools::EncodeJpeg(iqa_test::RandomBytes(8 * 8, 8), 8, 8, 1, 80);
+    const Bytes hdr = iqa_tools::MultiPictureJpeg(jpeg({}), {{0, gain}});
+    const Bytes sloppy = iqa_tools::MultiPictureJpeg(jpeg({true, 0, false}),
+                                                     {{0x020002, depth}, {0, gain}}, {true, 70});
+    Bytes intoGainMap = Concat({hdr, trailer});  // the record's length reaches into the gain map
+    IQA::StoreLE32(&intoGainMap[hdr.size() + record.size()], record.size() + 9);
     Bytes flipped = photo;  // the record's length points into the JPEG's entropy-coded data
     flipped[flipped.size() - 24 - other.size() - 12] ^= 0x40;
     Bytes torn = photo;  // a record half written over the old tail, the rest still zero
@@ -96,12 +120,31 @@ TEST_F(Dump, WritesOnlyIntoAWholeTrailer) {
     pastStart[image.size() + record.size() + 3] = 0x7F;  // payload length far past the start
     const Bytes noEnd(photo.begin(), photo.end() - static_cast<long>(trailer.size()) - 2);
 
-    enum Outcome { kWritten, kDamaged, kNoHeader, kSilent };
+    enum Outcome { kWritten, kDamaged, kNoHeader, kSilent, kUnknown, kUnchanged };
     const struct {
         const char* name;
         Bytes bytes;
         Outcome outcome;
+        const char* why = "";  // the reason an unknown image gets
     } cases[] = {
+        {"hdr", Concat({hdr, trailer}), kWritten},
+        {"big_endian_sloppy_primary", Concat({sloppy, trailer}), kWritten},
+        {"appended_streams", Concat({jpeg({}), gain, depth, trailer}), kWritten},
+        {"indexed_then_appended", Concat({hdr, depth, trailer}), kWritten},
+        {"record_of_a_jpeg",
+         Concat({jpeg({}), iqa_tools::Trailer({{"CAMJPG", gain}, {"CAMREC", record}}, other)}),
+         kWritten},
+        {"hdr_outside", Concat({AddToEntry(hdr, 0, 1 << 20), trailer}), kUnknown,
+         "an image the index names lies outside the file"},
+        {"hdr_not_soi", Concat({AddToEntry(hdr, 1, 1), trailer}), kUnknown,
+         "an image the index names does not start a JPEG stream"},
+        {"hdr_in_primary", Concat({AddToEntry(hdr, 1, -100u), trailer}), kUnknown,
+         "an image the index names does not lie behind the primary image"},
+        {"hdr_torn", Concat({hdr, Bytes(trailer.begin(), trailer.end() - 60), Bytes(60, 0)}),
+         kDamaged},
+        {"hdr_into_gain_map", intoGainMap, kDamaged},
+        {"hdr_gap", Concat({hdr, {1, 2, 3}, trailer}), kDamaged},
+        {"hdr_no_trailer", hdr, kUnchanged},
         {"baseline", photo, kWritten},
         {"progressive", Concat({jpeg({true, 0, false}), trailer}), kWritten},
         {"restarts", Concat({jpeg({false, 1, true}), trailer}), kWritten},
@@ -126,17 +169,25 @@ TEST_F(Dump, WritesOnlyIntoAWholeTrailer) {
         const std::string said[] = {
             "[SaveCustomBuffer]:save custombuffer in " + path + ".",
             "[SaveCustomBuffer]:IqaUpLoad SaveBuffer: damaged trailer, not written: " + path + ".",
-            "[SaveCustomBuffer]:IqaUpLoad SaveBuffer: Failed to read file header: " + path + "."};
+            "[SaveCustomBuffer]:IqaUpLoad SaveBuffer: Failed to read file header: " + path + ".",
+            "",
+            "[SaveCustomBuffer]:IqaUpLoad SaveBuffer: unknown image data, not written: " + path +
+                " (" + c.why + ")."};
         std::vector<std::string> lines = {"[SaveCustomBuffer]:Resolved path:" + path + " "};
-        if (c.outcome != kSilent) {
+        if (c.outcome != kSilent && c.outcome != kUnchanged) {
             lines.push_back(said[c.outcome]);
         }
-        EXPECT_EQ(lines, log.Lines()) << c.name;
+        if (c.outcome != kUnchanged) {
+            EXPECT_EQ(lines, log.Lines()) << c.name;
+        }
         const Bytes result = c.outcome == kWritten
                                  ? iqa_ref::WithRecord(c.bytes, c.bytes.size() - trailer.size(),
                                                        payload, Descriptor(50, "Iqa_comparessim"))
                                  : c.bytes;
         EXPECT_EQ(result, iqa_test::ReadFile(path)) << c.name;
+        EXPECT_EQ(result,
+                  iqa_ref::ExpectedDump(c.bytes, payload, Descriptor(50, "Iqa_comparessim")))
+            << c.name << ": the fuzzers' reference disagrees";
     }
 
     // A second dump goes behind the first, still in front of the camera's own record.

@@ -1,6 +1,7 @@
 // Writers and readers of the camera's thumbnail, JPEG and trailer formats.
 #include "tools/CameraFiles.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <csetjmp>
 #include <cstdio>
@@ -11,8 +12,8 @@
 #include <jpeglib.h>
 
 #include "common/FileCalls.h"
-#include "common/JpegStream.h"
 #include "common/LittleEndian.h"
+#include "common/MultiPicture.h"
 
 namespace iqa_tools {
 
@@ -119,6 +120,75 @@ Bytes EncodeJpeg(const Bytes& pixels, int width, int height, int components, int
     return jpeg;
 }
 
+namespace {
+
+// Appends `value` in `bytes` bytes, in the index's byte order.
+void Put(Bytes* out, uint64_t value, int bytes, bool bigEndian) {
+    for (int i = 0; i < bytes; ++i) {
+        const int shift = 8 * (bigEndian ? bytes - 1 - i : i);
+        out->push_back(static_cast<unsigned char>(value >> shift));
+    }
+}
+
+// Where the primary's leading APP0-APP15 segments end.
+size_t AfterApplicationSegments(const Bytes& jpeg) {
+    size_t at = 2;
+    while (at + 4 <= jpeg.size() && jpeg[at] == 0xFF && (jpeg[at + 1] & 0xF0) == 0xE0) {
+        at += 2 + (static_cast<size_t>(jpeg[at + 2]) << 8 | jpeg[at + 3]);
+    }
+    return at;
+}
+
+}  // namespace
+
+Bytes MultiPictureJpeg(const Bytes& primary, const std::vector<FurtherImage>& further,
+                       const MultiPictureOptions& options) {
+    const bool big = options.bigEndian;
+    const uint32_t count = static_cast<uint32_t>(further.size() + 1);
+    Bytes index = {'M', 'P', 'F', 0};
+    index.insert(index.end(), {static_cast<unsigned char>(big ? 'M' : 'I'),
+                               static_cast<unsigned char>(big ? 'M' : 'I')});
+    Put(&index, 42, 2, big);
+    Put(&index, 8, 4, big);  // the IFD, right behind the TIFF header
+    Put(&index, 3, 2, big);
+    // Tag, type, count, value: the version (four bytes, "0100"), the image count, the entries.
+    const uint32_t tags[][4] = {
+        {0xB000, 7, 4, 0}, {0xB001, 4, 1, count}, {0xB002, 7, 16 * count, kPictureEntriesAt}};
+    for (const auto& tag : tags) {
+        Put(&index, tag[0], 2, big);
+        Put(&index, tag[1], 2, big);
+        Put(&index, tag[2], 4, big);
+        if (tag[0] == 0xB000) {  // bytes, not a number: the same in either byte order
+            index.insert(index.end(), {'0', '1', '0', '0'});
+        } else {
+            Put(&index, tag[3], 4, big);
+        }
+    }
+    Put(&index, 0, 4, big);  // no next IFD
+    const size_t segment = 4 + index.size() + 16 * count;
+    const size_t markAt = AfterApplicationSegments(primary) + 4 + 4;  // marker, length, "MPF\0"
+    uint64_t offset = primary.size() + segment;
+    Put(&index, 0x20030000, 4, big);
+    Put(&index, static_cast<uint32_t>(offset + options.primarySizeError), 4, big);
+    Put(&index, 0, 8, big);
+    for (const FurtherImage& image : further) {
+        Put(&index, image.attribute, 4, big);
+        Put(&index, static_cast<uint32_t>(image.jpeg.size()), 4, big);
+        Put(&index, static_cast<uint32_t>(offset - markAt), 4, big);
+        Put(&index, 0, 4, big);
+        offset += image.jpeg.size();
+    }
+    Bytes out(primary.begin(), primary.begin() + static_cast<long>(markAt - 8));
+    out.insert(out.end(), {0xFF, 0xE2, static_cast<unsigned char>((segment - 2) >> 8),
+                           static_cast<unsigned char>(segment - 2)});
+    out.insert(out.end(), index.begin(), index.end());
+    out.insert(out.end(), primary.begin() + static_cast<long>(markAt - 8), primary.end());
+    for (const FurtherImage& image : further) {
+        out.insert(out.end(), image.jpeg.begin(), image.jpeg.end());
+    }
+    return out;
+}
+
 bool DecodeJpeg(const Bytes& jpeg, Bytes* rgb, int* width, int* height) {
     jpeg_decompress_struct cinfo = {};
     JumpingErrors errors = {};
@@ -158,7 +228,9 @@ Bytes Trailer(const std::vector<std::pair<std::string, Bytes>>& records, const B
                               &trailer[trailer.size() - IQA::kDataHeaderSize]);
     }
     trailer.insert(trailer.end(), other.begin(), other.end());
-    const char carried[IQA::kFileHeaderSize - 4] = "CAMTRAILER v1";
+    const char carried[IQA::kFileHeaderSize - 4] = {'C', 'A', 'M', 'E', 'R', 'A', '-',
+                                                    'T', 'R', 'A', 'I', 'L', 'E', 'R',
+                                                    ' ', 'v', '1', '.', '0', '0'};
     trailer.resize(trailer.size() + IQA::kFileHeaderSize);
     IQA::EncodeFileHeader(static_cast<uint32_t>(other.size()),
                           reinterpret_cast<const unsigned char*>(carried),
@@ -169,22 +241,21 @@ Bytes Trailer(const std::vector<std::pair<std::string, Bytes>>& records, const B
 bool ReadTrailer(const Bytes& file, TrailerListing* listing) {
     *listing = TrailerListing();
     IQA::MemorySource source(file.data(), file.size());
-    switch (IQA::FindJpegEnd(source, &listing->imageEnd)) {
-        case IQA::JpegEnd::kNotJpeg:
-            listing->problem = "no JPEG image at the start of the file";
-            return false;
-        case IQA::JpegEnd::kNoEnd:
-            listing->problem = "the JPEG image has no end";
-            return false;
-        case IQA::JpegEnd::kFound:
-            break;
+    IQA::PhotoLayout layout;
+    listing->status = IQA::ReadPhotoLayout(source, &layout);
+    listing->images = layout.images;
+    for (const PhotoImage& image : layout.images) {
+        listing->imageEnd = std::max(listing->imageEnd, image.offset + image.length);
     }
-    IQA::TrailerChain chain;
-    const bool whole = IQA::WalkTrailer(source, listing->imageEnd, &chain);
-    listing->otherLength = chain.otherLength;
-    listing->records = chain.records;
-    listing->problem = whole ? "" : chain.problem;
-    return whole;
+    listing->otherLength = layout.chain.otherLength;
+    listing->records = layout.chain.records;
+    listing->problem = layout.problem == nullptr ? "" : layout.problem;
+    return listing->status == IQA::LayoutStatus::kWhole;
+}
+
+std::string ImageKind(const TrailerListing& listing, size_t image) {
+    const PhotoImage& i = listing.images.at(image);
+    return i.indexed ? IQA::PictureKind(i.attribute) : image == 0 ? "primary" : "appended JPEG";
 }
 
 bool ReadDescriptor(const Bytes& file, const TrailerRecord& record, Descriptor* descriptor) {

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "upload/PhotoLayout.h"
 #include "upload/PhotoTrailer.h"
 
 namespace iqa_tools {
@@ -52,26 +53,51 @@ struct JpegOptions {
 Bytes EncodeJpeg(const Bytes& pixels, int width, int height, int components, int quality,
                  const JpegOptions& options = {});
 
+// A multi-picture photo as phones write one: the primary JPEG with an APP2 "MPF\0" index put
+// behind its leading APPn segments, then each further image back to back behind the primary's
+// EOI. The index is a TIFF structure: its byte-order mark, the IFD 8 bytes on with version,
+// count and entries tags, and the 16-byte entries kPictureEntriesAt bytes after the mark, the
+// primary's (attribute 0x20030000, offset 0) first, then each further image's.
+struct FurtherImage {
+    uint32_t attribute;  // 0 for a gain map (its index calls it undefined), 0x020002 for depth
+    Bytes jpeg;
+};
+struct MultiPictureOptions {
+    bool bigEndian = false;
+    uint32_t primarySizeError = 0;  // added to the primary's size, as sloppy writers do
+};
+constexpr size_t kPictureEntriesAt = 50;
+Bytes MultiPictureJpeg(const Bytes& primary, const std::vector<FurtherImage>& further,
+                       const MultiPictureOptions& options = {});
+
 // Decodes a JPEG held in memory to RGB; false if libjpeg rejects it.
 bool DecodeJpeg(const Bytes& jpeg, Bytes* rgb, int* width, int* height);
 
-// One record (payload, data header with its length and tag), then the other data and the
-// 24-byte file header whose first 4 bytes give the other data's length.
+// Each record (payload, data header with its length and tag), then the other data and the
+// 24-byte file header: the other data's length, then the 20 bytes "CAMERA-TRAILER v1.00".
 Bytes Trailer(const std::vector<std::pair<std::string, Bytes>>& records, const Bytes& other);
 
 using TrailerRecord = IQA::TrailerRecord;
 
+using PhotoImage = IQA::PhotoImage;
+
 struct TrailerListing {
-    uint64_t imageEnd = 0;  // where the JPEG stream ends
+    IQA::LayoutStatus status = IQA::LayoutStatus::kNotJpeg;
+    std::vector<PhotoImage> images;  // the primary first; none when the file holds no JPEG
+    uint64_t imageEnd = 0;           // where the last image ends
     uint32_t otherLength = 0;
     std::vector<TrailerRecord> records;  // the file's last record first
     std::string problem;                 // empty when the trailer was read to its start
 };
 
-// Walks the trailer from the file header back to the end of the JPEG stream, as the library
-// does before it writes. Returns false when the file has no whole trailer; listing->problem
-// says why, and the records read before the break are kept.
+// Finds the images and walks the trailer from the file header back to the end of the last one,
+// as the library does before it writes. Returns false when the file has no whole trailer;
+// listing->problem says why, and the images and records read before the break are kept.
 bool ReadTrailer(const Bytes& file, TrailerListing* listing);
+
+// What an image is: its index's word for it, "primary" for an unindexed first image, or
+// "appended JPEG" for a stream that follows without an index.
+std::string ImageKind(const TrailerListing& listing, size_t image);
 
 // The image descriptor that ends a custom-buffer record's payload.
 using Descriptor = IQA::ImageDescriptor;

@@ -8,11 +8,11 @@
 #include "common/ByteSource.h"
 #include "common/FileCalls.h"
 #include "common/IqaLog.h"
-#include "common/JpegStream.h"
 #include "common/MallocBlock.h"
 #include "common/ResolvedPath.h"
 #include "common/SafeCopy.h"
 #include "upload/DumpJournal.h"
+#include "upload/PhotoLayout.h"
 #include "upload/PhotoTrailer.h"
 
 namespace IQA {
@@ -35,20 +35,25 @@ PhotoPlace Place(const std::string& resolved) {
     return {resolved.substr(0, slash), resolved.substr(slash + 1)};
 }
 
-// A JPEG photo's trailer is whole only when its record chain closes exactly where the JPEG
-// stream ends; other files keep the header checks alone.
-bool TrailerWhole(ByteSource& photo) {
-    uint64_t imageEnd = 0;
-    switch (FindJpegEnd(photo, &imageEnd)) {
-        case JpegEnd::kNotJpeg:
+// A JPEG photo's trailer is whole only when its record chain closes exactly where its images
+// end; other files keep the header checks alone. Says why when it is not.
+bool TrailerWhole(ByteSource& photo, const std::string& path) {
+    PhotoLayout layout;
+    switch (ReadPhotoLayout(photo, &layout)) {
+        case LayoutStatus::kWhole:
+        case LayoutStatus::kNotJpeg:
             return true;
-        case JpegEnd::kNoEnd:
+        case LayoutStatus::kDamaged:
+            IQA_LOG_OP(ANDROID_LOG_ERROR, kTagUpLoad, kOperation,
+                       "IqaUpLoad SaveBuffer: damaged trailer, not written: %s.", path.c_str());
             return false;
-        case JpegEnd::kFound:
+        case LayoutStatus::kUnknownImages:
             break;
     }
-    TrailerChain chain;
-    return WalkTrailer(photo, imageEnd, &chain);
+    IQA_LOG_OP(ANDROID_LOG_ERROR, kTagUpLoad, kOperation,
+               "IqaUpLoad SaveBuffer: unknown image data, not written: %s (%s).", path.c_str(),
+               layout.problem);
+    return false;
 }
 
 // Copies a custom buffer of any size: the bounded copy refuses more than RSIZE_MAX_MEM bytes
@@ -138,12 +143,7 @@ bool TrailerChecksOut(int photo, const std::string& path, TrailerTail* tail) {
         case TrailerStatus::kFound:
             break;
     }
-    if (!TrailerWhole(source)) {
-        IQA_LOG_OP(ANDROID_LOG_ERROR, kTagUpLoad, kOperation,
-                   "IqaUpLoad SaveBuffer: damaged trailer, not written: %s.", path.c_str());
-        return false;
-    }
-    return true;
+    return TrailerWhole(source, path);
 }
 
 // A custom buffer to insert, no earlier record still pending, and room to grow.

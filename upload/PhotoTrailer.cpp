@@ -49,20 +49,24 @@ TrailerStatus LocateLastRecord(ByteSource& source, TrailerTail* tail) {
     return TrailerStatus::kFound;
 }
 
-bool WalkTrailer(ByteSource& source, uint64_t imageEnd, TrailerChain* chain) {
+bool WalkTrailer(ByteSource& source, const std::vector<uint64_t>& imageEnds, TrailerChain* chain) {
     *chain = TrailerChain();
     const uint64_t size = source.Size();
-    if (size < imageEnd || size - imageEnd < kFileHeaderSize + kDataHeaderSize ||
+    const uint64_t floor = imageEnds.front();
+    if (size < floor || size - floor < kFileHeaderSize + kDataHeaderSize ||
         !ReadLength(source, size - kFileHeaderSize, &chain->otherLength)) {
         return Fail(chain, "file too short for a trailer");
     }
     uint64_t position = size - kFileHeaderSize;
-    if (chain->otherLength > position - imageEnd - kDataHeaderSize) {
+    if (chain->otherLength > position - floor - kDataHeaderSize) {
         return Fail(chain, "other-data length points into the image data");
     }
     position -= chain->otherLength;
-    while (position > imageEnd) {
-        if (position - imageEnd < kDataHeaderSize) {
+    const auto closes = [&] {
+        return std::binary_search(imageEnds.begin(), imageEnds.end(), position);
+    };
+    while (!closes()) {
+        if (position - floor < kDataHeaderSize) {
             return Fail(chain, "the record chain does not end where the image data ends");
         }
         const uint64_t header = position - kDataHeaderSize;
@@ -74,7 +78,7 @@ bool WalkTrailer(ByteSource& source, uint64_t imageEnd, TrailerChain* chain) {
             return Fail(chain, "a record header of zeros (a torn write)");
         }
         const uint32_t payload = LoadLE32(bytes);
-        if (payload > header - imageEnd) {
+        if (payload > header - floor) {
             return Fail(chain, "a record length points into the image data");
         }
         const char* tag = reinterpret_cast<const char*>(bytes + 4);
@@ -84,6 +88,7 @@ bool WalkTrailer(ByteSource& source, uint64_t imageEnd, TrailerChain* chain) {
     if (chain->records.empty()) {
         return Fail(chain, "no record before the other data");
     }
+    chain->imageEnd = position;
     return true;
 }
 

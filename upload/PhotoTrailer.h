@@ -60,13 +60,16 @@ struct TrailerRecord {
 struct TrailerChain {
     uint32_t otherLength{};
     std::vector<TrailerRecord> records;  // the file's last record first
+    uint64_t imageEnd = 0;               // where a whole chain closes
     const char* problem = nullptr;       // why the chain is not whole; null when it is
 };
 
-// Walks the whole chain from the file header back to `imageEnd`. It is whole when it has at
-// least one record and closes exactly at imageEnd; a data header of twelve zero bytes (what a
-// torn write leaves) breaks it. Records read before a break are kept in chain->records.
-bool WalkTrailer(ByteSource& source, uint64_t imageEnd, TrailerChain* chain);
+// Walks the whole chain from the file header back to the image data, which ends at one of
+// `imageEnds` (ascending, at least one: where a photo's last image may end). It is whole when it
+// has at least one record and closes exactly at one of them, the first it meets; no record may
+// reach below the first. A data header of twelve zero bytes (what a torn write leaves) breaks
+// it. Records read before a break are kept in chain->records.
+bool WalkTrailer(ByteSource& source, const std::vector<uint64_t>& imageEnds, TrailerChain* chain);
 
 }  // namespace IQA
 
