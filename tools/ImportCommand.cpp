@@ -100,14 +100,15 @@ int CoverAndCrop(const Image& image, const Size& thumb, Bytes* rgb) {
     return k;
 }
 
-// The photo file with a camera trailer: its own when whole, else one placeholder record that
-// keeps whatever followed the image.
+// The photo file with a camera trailer: its own when whole, else one placeholder record behind
+// its images (the primary and those it carries, as a phone lays them out) that keeps whatever
+// followed them.
 bool WithTrailer(const std::string& path, Bytes* photo) {
     TrailerListing listing;
     if (ReadTrailer(*photo, &listing)) {
         return true;
     }
-    if (listing.imageEnd == 0) {
+    if (listing.status != IQA::LayoutStatus::kDamaged || listing.images.empty()) {
         fprintf(stderr, "iqa import: %s: %s\n", path.c_str(), listing.problem.c_str());
         return false;
     }

@@ -35,8 +35,15 @@ nlohmann::ordered_json InspectDocument(const std::string& path, const Bytes& fil
                            {"tag", r.tag},
                            {"image", image}});
     }
+    nlohmann::ordered_json images = nlohmann::ordered_json::array();
+    for (size_t i = 0; i < listing.images.size(); ++i) {
+        images.push_back({{"offset", listing.images[i].offset},
+                          {"length", listing.images[i].length},
+                          {"kind", ImageKind(listing, i)}});
+    }
     return {{"file", path},
             {"size", file.size()},
+            {"images", images},
             {"image_end", listing.imageEnd},
             {"other_data", listing.otherLength},
             {"whole", listing.problem.empty()},
@@ -49,6 +56,12 @@ namespace {
 
 void PrintText(const std::string& path, const Bytes& file, const TrailerListing& listing) {
     printf("%s: %zu bytes\n", path.c_str(), file.size());
+    for (size_t i = 0; i < listing.images.size(); ++i) {
+        printf("image at %llu: %llu bytes, %s\n",
+               static_cast<unsigned long long>(listing.images[i].offset),
+               static_cast<unsigned long long>(listing.images[i].length),
+               ImageKind(listing, i).c_str());
+    }
     if (listing.records.empty()) {
         printf("no trailer: %s\n", listing.problem.c_str());
         return;
@@ -92,11 +105,13 @@ void AddInspectCommand(CLI::App& app, int* status) {
     auto options = std::make_shared<InspectOptions>();
     CLI::App* command = app.add_subcommand(
         "inspect",
-        "List a photo's trailer from the end backwards, as the library reads it before it "
-        "writes: the other data's length, then each record's offset, payload length and tag, "
-        "and for payloads that end in an image descriptor (Iqa_com records) its width, height, "
-        "stride, size, format and algorithm. Exit status 1 when the trailer is not whole (its "
-        "chain does not close exactly where the JPEG ends). Never writes.");
+        "List a photo as the library reads it before it writes: its images (the primary JPEG, "
+        "then the gain map, depth map or frames its multi-picture index names, and JPEG "
+        "streams appended without an index) with offset, length and kind; then its trailer "
+        "from the end backwards: the other data's length, each record's offset, payload length "
+        "and tag, and for payloads that end in an image descriptor (Iqa_com records) its "
+        "width, height, stride, size, format and algorithm. Exit status 1 when the trailer is "
+        "not whole (its chain does not close exactly where the last image ends). Never writes.");
     command->add_option("PHOTO", options->photo, "the photo")->required();
     command->add_flag("--json", options->json, "one JSON document (see README)");
     command->callback([options, status] { *status = Inspect(*options); });

@@ -14,7 +14,16 @@ namespace iqa_tools {
 
 namespace {
 
-enum class Kind { kMatch, kOtherFrame, kShift, kColourCast, kNoThumbnail, kCorrupt, kPlain };
+enum class Kind {
+    kMatch,
+    kOtherFrame,
+    kShift,
+    kColourCast,
+    kNoThumbnail,
+    kCorrupt,
+    kPlain,
+    kGainMap
+};
 
 struct SamplePhoto {
     const char* name;
@@ -33,6 +42,7 @@ constexpr SamplePhoto kPhotos[] = {
     {"IMG_20261122_090744", 1600, 1200, 400, 300, Kind::kCorrupt, 17},
     {"IMG_20261122_090859", 1600, 1200, 400, 300, Kind::kPlain, 18},
     {"IMG_20261122_091002", 1024, 768, 256, 192, Kind::kMatch, 19},
+    {"IMG_20261122_091118", 2000, 1500, 500, 375, Kind::kGainMap, 20},
 };
 
 // Two camera records and a block of other data, like a camera's own analysis trailer.
@@ -62,6 +72,7 @@ Bytes ThumbnailScene(const SamplePhoto& p, const Bytes& scene) {
         case Kind::kPlain:
             return RenderScene(p.width, p.height, p.seed + 1000);
         case Kind::kShift:
+        case Kind::kGainMap:
             return Shifted(scene, p.width, p.height, p.width / 40);
         case Kind::kColourCast:
             return ColourCast(scene);
@@ -70,11 +81,27 @@ Bytes ThumbnailScene(const SamplePhoto& p, const Bytes& scene) {
     }
 }
 
+// An HDR photo's shape: the primary, its multi-picture index, and a quarter-size greyscale gain
+// map behind it.
+Bytes WithGainMap(const Bytes& primary, const Bytes& scene, const SamplePhoto& p) {
+    const int w = p.width / 4, h = p.height / 4;
+    Bytes gain(static_cast<size_t>(w) * static_cast<size_t>(h));
+    for (int y = 0; y < h; ++y) {
+        for (int x = 0; x < w; ++x) {
+            const size_t at = (static_cast<size_t>(4 * y) * p.width + 4 * x) * 3 + 1;
+            gain[static_cast<size_t>(y) * w + x] = static_cast<unsigned char>(scene[at] / 2 + 64);
+        }
+    }
+    return MultiPictureJpeg(primary, {{0, EncodeJpeg(gain, w, h, 1, 85)}});
+}
+
 void WritePhoto(const SamplePhoto& p, const std::string& root) {
     const Bytes scene = RenderScene(p.width, p.height, p.seed);
     Bytes photo = EncodeJpeg(scene, p.width, p.height, 3, 92);
     if (p.kind == Kind::kCorrupt) {
         CorruptFrameHeader(&photo);
+    } else if (p.kind == Kind::kGainMap) {
+        photo = WithGainMap(photo, scene, p);
     }
     if (p.kind != Kind::kPlain) {
         const Bytes trailer = CameraTrailer(p);
@@ -107,6 +134,8 @@ const char* Describe(Kind kind) {
             return "corrupt photo file";
         case Kind::kPlain:
             return "plain JPEG without trailer, thumbnail of another frame";
+        case Kind::kGainMap:
+            return "HDR photo: gain map behind the primary image, thumbnail shifted";
     }
     return "";
 }
@@ -136,7 +165,9 @@ void AddSampleCommand(CLI::App& app, int* status) {
         "Write a deterministic camera root: JPEG photos (one of 4000x3000) that end in a camera "
         "trailer, and their raw thumbnails in the cache folder. Some thumbnails match their "
         "photo, some show another frame, a shifted frame or a colour cast; one photo has no "
-        "thumbnail, one photo file is corrupt and one is a plain JPEG without a trailer.");
+        "thumbnail, one photo file is corrupt, one is a plain JPEG without a trailer, and one "
+        "is shaped as an HDR photo: a multi-picture index and a gain-map JPEG behind the "
+        "primary image, then the trailer.");
     command->add_option("DIR", *root, "the camera root to write")->required();
     command->callback([root, status] { *status = Sample(*root); });
 }
