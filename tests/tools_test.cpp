@@ -277,6 +277,9 @@ TEST_F(Tools, ImportedPhotosScoreExactlyOneUntilTheirThumbnailIsMadeToDisagree) 
 
 TEST_F(Tools, ReportShowsEveryPhotoAndImageInABrowser) {
     MixedRoot();
+    // A thumbnail cut short: its problem names a long path, which must wrap in its column.
+    Photo("h_cut", other);
+    std::filesystem::resize_file(ThumbPath("h_cut"), 1000);
     ASSERT_EQ(0, Iqa("run " + Root()).status);
     const Result report = Iqa("report " + Root() + " -o " + dir.File("report.html"));
     ASSERT_EQ((Result{0, dir.File("report.html") + "\n"}), report);
@@ -284,8 +287,11 @@ TEST_F(Tools, ReportShowsEveryPhotoAndImageInABrowser) {
     // In a laptop's 1400-pixel-wide window, with the page's width noted by a script of the test's.
     Bytes page = iqa_test::ReadFile(dir.File("report.html"));
     const std::string measure =
-        "<script>addEventListener('load', () => document.body.dataset.fit = "
-        "document.documentElement.scrollWidth <= innerWidth)</script>";
+        "<script>addEventListener('load', () => {document.body.dataset.fit = "
+        "document.documentElement.scrollWidth <= innerWidth; document.body.dataset.wrapped = "
+        "[...document.querySelectorAll('.note')].every(n => n.scrollWidth <= n.clientWidth && "
+        "n.getBoundingClientRect().right <= n.closest('td').getBoundingClientRect().right)})"
+        "</script>";
     page.insert(page.end(), measure.begin(), measure.end());
     iqa_test::WriteFile(dir.File("measured.html"), page);
     const Result dom = Shell(
@@ -296,6 +302,8 @@ TEST_F(Tools, ReportShowsEveryPhotoAndImageInABrowser) {
         false);
     ASSERT_EQ(0, dom.status);
     EXPECT_NE(std::string::npos, dom.out.find("data-fit=\"true\"")) << "the page is wider";
+    EXPECT_NE(std::string::npos, dom.out.find("data-wrapped=\"true\"")) << "a note runs over";
+    EXPECT_NE(std::string::npos, dom.out.find("Failed to read file : storage/")) << "no long note";
     // Low verdicts first, then high, then photos without a result; images per row: the
     // thumbnail, the reduced photo and the block map where a pair was compared, and the preview
     // where a record was inserted.
@@ -310,7 +318,8 @@ TEST_F(Tools, ReportShowsEveryPhotoAndImageInABrowser) {
         rows += dom.out.substr(name, dom.out.find('"', name) - name) + ":" +
                 std::to_string(images) + " ";
     }
-    EXPECT_EQ("b_other:4 d_plain:3 g_other:4 a_match:3 e_match:3 f_match:3 c_nothumb:0 ", rows);
+    EXPECT_EQ("b_other:4 d_plain:3 g_other:4 a_match:3 e_match:3 f_match:3 c_nothumb:0 h_cut:0 ",
+              rows);
     EXPECT_EQ(std::string::npos, dom.out.find("class=\"broken\""))
         << "an image the browser cannot show";
 }

@@ -22,6 +22,7 @@ th.sort[data-order=descending]::after { content: " \25BC"; }
 .none { color: #666; }
 figure { margin: 0; }
 figcaption, .missing, .note { color: #666; font-size: .9em; max-width: 18em; }
+.note { overflow-wrap: anywhere; }  /* a path has no spaces to wrap at */
 td.image { width: 15vw; max-width: 240px; }
 img { width: 100%; max-width: 240px; height: auto; image-rendering: pixelated; cursor: zoom-in;
       display: block; }
