@@ -81,6 +81,20 @@ int OpenRegularFile(const char* path, int flags) {
     return OpenChecked(FileCall::kOpen, path, flags, 0);
 }
 
+FILE* OpenRegularStream(const char* path) {
+    const int fd = OpenRegularFile(path, O_RDONLY);
+    if (fd < 0) {
+        return nullptr;
+    }
+    FILE* stream = Intercept({FileCall::kStream, fd, path}) == 0 ? fdopen(fd, "rb") : nullptr;
+    if (stream == nullptr) {
+        const int error = errno;
+        close(fd);
+        errno = error;
+    }
+    return stream;
+}
+
 int CreateFile(const char* path) {
     return OpenChecked(FileCall::kCreate, path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW, 0644);
 }

@@ -11,11 +11,13 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 
 namespace IQA {
 
 enum class FileCall {
     kOpen,
+    kStream,  // an open descriptor made into a FILE*
     kCreate,
     kRead,
     kWrite,
@@ -49,6 +51,9 @@ void SetFileCallHook(FileCallHook hook);
 // regular file: a FIFO, device, folder or socket is refused with EINVAL before anything is read,
 // and the open itself never waits for a writer. Returns the descriptor, or -1 with errno set.
 int OpenRegularFile(const char* path, int flags);
+// The same for reading as a FILE* (what the decoders read through); null, with errno set, when
+// the file cannot be opened or no stream can be made of it, and then nothing is left open.
+FILE* OpenRegularStream(const char* path);
 // Creates (or empties) a regular file of our own, never through a symbolic link.
 int CreateFile(const char* path);
 void CloseFile(int fd);

@@ -14,13 +14,7 @@ namespace IQA {
 class ScopedFile {
   public:
     ScopedFile() = default;  // no file
-    explicit ScopedFile(const char* path) {
-        const int fd = OpenRegularFile(path, O_RDONLY);
-        file_ = fdopen(fd, "rb");  // null for a failed open (-1 is no descriptor)
-        if (file_ == nullptr) {
-            CloseFile(fd);
-        }
-    }
+    explicit ScopedFile(const char* path) : file_(OpenRegularStream(path)) {}
     ~ScopedFile() { Close(); }
     ScopedFile(ScopedFile&& other) noexcept : file_(std::exchange(other.file_, nullptr)) {}
     ScopedFile& operator=(ScopedFile&& other) noexcept {

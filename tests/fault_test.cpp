@@ -18,6 +18,8 @@
 #include <future>
 
 #include "IqaTaskManager.h"
+#include "common/FileCalls.h"
+#include "common/ScopedFile.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/TestFiles.h"
 #include "tools/CameraFiles.h"
@@ -218,6 +220,59 @@ TEST_F(Faults, HostileFileKindsAndNames) {
             log.Contains("[SaveCustomBuffer]:IqaUpLoad SaveBuffer: can't open " + PhotoPath(name)));
     }
     ExpectUnchangedOrOneRecord("dump_readonly", false);
+}
+
+IQA::FileCall gFailing;  // the call the hook fails, with ENOMEM
+
+int FailOneKind(const IQA::FileCallInfo& info, size_t*) {
+    return info.call == gFailing ? ENOMEM : 0;
+}
+
+// The RAII helpers close exactly what they opened: never a descriptor of the host's (0 stands
+// for any) when they never opened one, the one a failed stream leaves, the file a moved-in one
+// replaces.
+TEST(Raii, HelpersCloseExactlyWhatTheyOpened) {
+    const iqa_test::TempDir dir;
+    const std::string file = dir.File("f");
+    iqa_test::WriteFile(file, {1, 2, 3});
+    const int saved = dup(0);
+    const int stand = open(file.c_str(), O_RDONLY);
+    ASSERT_EQ(0, dup2(stand, 0));
+    close(stand);
+    const IQA::JournalHeader header = {3, 1, 0, 1};
+    const unsigned char tail[1] = {9};
+    const struct {
+        const char* what;
+        IQA::FileCall failing;
+        std::function<bool()> use;  // true when the helper behaved as it must meanwhile
+    } cases[] = {
+        {"a journal never written", IQA::FileCall::kMakeFolder,
+         [&] { return IQA::Journal(dir.path(), "p.jpg"), true; }},
+        {"a journal that could not be created", IQA::FileCall::kCreate,
+         [&] { return !IQA::Journal(dir.path(), "p.jpg").Write(header, tail); }},
+        {"a file that is not there", IQA::FileCall::kMakeFolder,
+         [&] { return !IQA::ScopedFile(dir.File("missing").c_str()); }},
+        {"a file no stream was made of", IQA::FileCall::kStream,
+         [&] { return !IQA::ScopedFile(file.c_str()); }},
+        {"a file replaced by another", IQA::FileCall::kMakeFolder,
+         [&] {
+             IQA::ScopedFile kept(file.c_str());
+             kept = IQA::ScopedFile(file.c_str());
+             return static_cast<bool>(kept);
+         }},
+    };
+    const size_t descriptors = iqa_test::OpenDescriptors();
+    for (const auto& c : cases) {
+        gFailing = c.failing;
+        IQA::SetFileCallHook(FailOneKind);
+        const bool behaved = c.use();
+        IQA::SetFileCallHook(nullptr);
+        EXPECT_TRUE(behaved) << c.what;
+        EXPECT_NE(-1, fcntl(0, F_GETFD)) << c.what << ": closed a descriptor it never opened";
+        EXPECT_EQ(descriptors, iqa_test::OpenDescriptors()) << c.what << ": left one open";
+    }
+    dup2(saved, 0);
+    close(saved);
 }
 
 }  // namespace
