@@ -2,11 +2,16 @@
 // files, and managers destroyed mid-run. Run under ThreadSanitizer in CI.
 #include <gtest/gtest.h>
 
+#include <malloc.h>
+
 #include <cstring>
+#include <filesystem>
 #include <iostream>
+#include <map>
 #include <random>
 #include <thread>
 
+#include "IqaAnomDetect.h"
 #include "IqaTaskManager.h"
 #include "tests/reference/ReferenceDump.h"
 #include "tests/support/Deadline.h"
@@ -15,6 +20,18 @@
 #include "tests/support/TestFiles.h"
 #include "tools/CameraFiles.h"
 #include "tools/SceneGenerator.h"
+
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define IQA_HAS_SANITIZER 1
+#endif
+#endif
+#ifndef IQA_HAS_SANITIZER
+#define IQA_HAS_SANITIZER 0
+#endif
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || IQA_HAS_SANITIZER
+#include <sanitizer/allocator_interface.h>
+#endif
 
 using iqa_test::Bytes;
 
@@ -30,6 +47,7 @@ std::string Name(int i) {
 }
 using iqa_test::BackupThumb;
 using iqa_test::CachedThumb;
+using iqa_test::kCamera;
 using iqa_test::PhotoPath;
 
 class Stress : public ::testing::Test {
@@ -134,6 +152,96 @@ TEST_F(Stress, HostThreadsAndDestructionDuringRuns) {
     EXPECT_GT(runs, 0u) << "no batch run was exercised";
     std::cerr << runs << " batch runs, " << log.Lines().size() << " log lines\n";
     EXPECT_EQ(static_cast<size_t>(kRounds), log.Count("[~IqaTaskManager]:end IqaTaskManager"));
+}
+
+// Live heap bytes: what the sanitizer's allocator holds under a sanitizer, else glibc's count
+// of bytes in use (arena and mapped).
+size_t LiveHeapBytes() {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || IQA_HAS_SANITIZER
+    return __sanitizer_get_current_allocated_bytes();
+#else
+    const struct mallinfo2 info = mallinfo2();
+    return info.uordblks + info.hblkhd;
+#endif
+}
+
+// A camera host that runs for days: one process, one manager, 300 batch runs of the sample's mix
+// (a high verdict, a low one with its dump, a photo without a thumbnail, a corrupt photo), then
+// 300 anomaly checks. Descriptors and the live heap stay where the first run left them, and
+// every thumbnail is accounted for: deleted after its photo was evaluated, never left behind.
+TEST(LongRunningHost, HoldsNoDescriptorOrMemoryAcrossRuns) {
+    constexpr int kRuns = 300;
+    constexpr size_t kHeapSlack = 16 << 10;  // allocator bookkeeping, not a leak of any size
+    const iqa_test::ScopedWorkDir work(iqa_test::Storage::kMemory);
+    iqa_test::LogCapture log;
+    const Bytes scene = iqa_tools::RenderScene(64, 48, 1);
+    const Bytes other = iqa_tools::RenderScene(64, 48, 2);
+    iqa_test::AddCameraPhoto("", "high", scene, 64, 48, scene, 16, 12);
+    iqa_test::AddCameraPhoto("", "low", scene, 64, 48, other, 16, 12);
+    iqa_test::AddCameraPhoto("", "corrupt", scene, 64, 48, scene, 16, 12);
+    iqa_test::WriteFile(PhotoPath("corrupt"), Bytes(300, 0xFF));
+    std::map<std::string, Bytes> thumbs;
+    for (const std::string name : {"high", "low", "corrupt"}) {
+        thumbs[name] = iqa_test::ReadFile(CachedThumb(name));
+    }
+    const std::string last = "[IqaProc]:img " + PhotoPath("high") + " with high similarity";
+    const auto isLast = [&](const std::string& l) { return l.rfind(last, 0) == 0; };
+    IQA::IqaTaskManager manager;
+    size_t descriptors = 0, heap = 0;
+    for (int run = 0; run < kRuns; ++run) {
+        log.Clear();
+        for (const auto& [name, bytes] : thumbs) {
+            iqa_test::WriteFile(CachedThumb(name), bytes);
+        }
+        for (const std::string name : {"high", "low", "none", "corrupt"}) {  // last in, first out
+            manager.AddRequest(Request{REQUEST_REGISTER_TASK, name, false});
+        }
+        // A begin request finds the names registered only once the worker has taken them.
+        ASSERT_TRUE(log.WaitForMatches(
+            [](const std::string& l) {
+                return l.rfind("[RegisterTask]:Task registered: ", 0) == 0;
+            },
+            4, "the registrations of run " + std::to_string(run)));
+        // A begin request finds the names registered only once the worker has taken them.
+        ASSERT_TRUE(log.WaitForMatches(
+            [](const std::string& l) {
+                return l.rfind("[RegisterTask]:Task registered: ", 0) == 0;
+            },
+            4, "the registrations of run " + std::to_string(run)));
+        manager.AddRequest(Request{REQUEST_BEGIN_PROCESS, "", false});
+        ASSERT_TRUE(log.WaitForMatches(isLast, 1, "the end of batch run " + std::to_string(run)));
+        ASSERT_EQ(1u, log.CountMatches([](const std::string& l) {
+            return l.rfind("[SaveCustomBuffer]:save custombuffer in ", 0) == 0;
+        })) << run;
+        ASSERT_EQ(2u, log.CountMatches([](const std::string& l) {
+            return l.rfind("[GetSsim]:GetSsim error: ", 0) == 0;
+        })) << run;
+        for (const std::string name : {"high", "low", "corrupt"}) {
+            ASSERT_TRUE(log.Contains("[RemoveFile]: " + BackupThumb(name) + " ok(IQA-getssim-end)"))
+                << name << " in run " << run;
+        }
+        if (run == 0) {
+            log.Clear();  // the capture's own storage is not the library's
+            descriptors = iqa_test::OpenDescriptors(), heap = LiveHeapBytes();
+        }
+    }
+    log.Clear();
+    EXPECT_EQ(descriptors, iqa_test::OpenDescriptors()) << "descriptors left open by batch runs";
+    EXPECT_LE(LiveHeapBytes(), heap + kHeapSlack) << "memory kept by batch runs";
+    EXPECT_EQ(0u, std::distance(std::filesystem::directory_iterator(kCamera + "/cache"), {}));
+
+    const Bytes green(64 * 48 * 3 / 2, 0);
+    for (int call = 0; call < kRuns; ++call) {
+        log.Clear();
+        IQA::IqaAnomDetect().AnomDetect(green.data(), 64, 48, 64, "frame.jpg");
+        ASSERT_TRUE(log.Contains("[UpLoadBigData]:upload bigdata of frame.jpg.")) << call;
+        if (call == 0) {
+            heap = LiveHeapBytes();
+        }
+    }
+    log.Clear();
+    EXPECT_EQ(descriptors, iqa_test::OpenDescriptors()) << "descriptors left open by the detector";
+    EXPECT_LE(LiveHeapBytes(), heap + kHeapSlack) << "memory kept by the detector";
 }
 
 }  // namespace
