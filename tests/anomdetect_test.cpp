@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <set>
 
 #include "IqaAnomDetect.h"
 #include "McsRecordingService.h"
@@ -83,6 +84,41 @@ TEST_F(AnomDetect, ThresholdIsMoreThanAQuarterOfTheSampledPixels) {
     // n = 1 (a frame 2 pixels wide): T = 0, so the first match decides.
     Frame two(2, 5, 2, 0, 0);
     EXPECT_TRUE(detector.CheckGreenScreen(two.bytes.data(), 2, 5, 2));
+}
+
+// Where each square lies: a frame that is green (or black) only in a block of its right half,
+// against a plain count over the two squares the detector draws, one in each half.
+TEST_F(AnomDetect, OneSquareInEachHalfAtTheDrawnPlaces) {
+    constexpr unsigned kW = 64, kH = 48, kSide = 24, kThreshold = kSide * kSide / 2;
+    const auto inBlock = [](unsigned x, unsigned y) { return x >= 40 && y >= 12; };
+    for (const unsigned char chroma : {0, 128}) {
+        Frame frame(kW, kH, kW, 90, 128);
+        for (unsigned y = 0; y < kH; ++y) {
+            for (unsigned x = 0; x < kW; ++x) {
+                if (inBlock(x, y)) {
+                    frame.Luma(x, y) = 0;
+                    frame.bytes[kW * kH + y / 2 * kW + x] = chroma;
+                }
+            }
+        }
+        std::set<bool> seen;
+        for (unsigned seed = 1; seed <= 40; ++seed) {
+            const Draw d = Drawn(seed, kW, kH);
+            unsigned matches = 0;
+            for (unsigned y = 0; y < kSide; ++y) {
+                for (unsigned x = 0; x < kSide; ++x) {
+                    matches += inBlock(d.x1 + x, d.y1 + y) + inBlock(kW / 2 + d.x2 + x, d.y2 + y);
+                }
+            }
+            srand(seed);
+            const bool found = chroma == 0
+                                   ? detector.CheckGreenScreen(frame.bytes.data(), kW, kH, kW)
+                                   : detector.CheckBlackScreen(frame.bytes.data(), kW, kH, kW);
+            EXPECT_EQ(matches > kThreshold, found) << "seed " << seed << ", chroma " << +chroma;
+            seen.insert(found);
+        }
+        EXPECT_EQ(2u, seen.size()) << "the seeds must draw squares on both sides of the threshold";
+    }
 }
 
 TEST_F(AnomDetect, ChromaIsReadPerPairOfColumnsAndPerPairOfRows) {

@@ -253,6 +253,15 @@ TEST(FileSource, ReadsThroughOneWindowBothWays) {
     IQA::SetFileCallHook(nullptr);
     EXPECT_TRUE(all);
     EXPECT_EQ((std::vector<size_t>{10, 65536, 65536, 65536, 65536, 33000}), gReads);
+
+    // Both sources refuse exactly the reads that do not lie wholly inside the file.
+    IQA::MemorySource memory(file.data(), file.size());
+    for (IQA::ByteSource* s : std::vector<IQA::ByteSource*>{&memory, &source}) {
+        EXPECT_EQ((std::vector<bool>{true, false, true, false, false}),
+                  (std::vector<bool>{s->Read(199990, out, 10), s->Read(199990, out, 11),
+                                     s->Read(200000, out, 0), s->Read(200001, out, 0),
+                                     s->Read(~uint64_t{0}, out, 2)}));
+    }
 }
 
 TEST(BigData, RecordFieldsAndService) {
