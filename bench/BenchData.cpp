@@ -12,8 +12,8 @@
 
 #include "common/CameraLayout.h"
 #include "process/BoxReduce.h"
-#include "tools/CameraFiles.h"
-#include "tools/SceneGenerator.h"
+#include "tools/files/CameraFiles.h"
+#include "tools/files/SceneGenerator.h"
 
 namespace iqa_bench {
 

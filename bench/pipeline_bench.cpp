@@ -9,7 +9,7 @@
 #include "bench/BenchData.h"
 #include "common/CameraLayout.h"
 #include "process/PairRecord.h"
-#include "tools/CameraFiles.h"
+#include "tools/files/CameraFiles.h"
 
 namespace iqa_bench {
 namespace {

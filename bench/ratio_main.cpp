@@ -24,7 +24,7 @@
 #include "bench/BenchData.h"
 #include "common/CameraLayout.h"
 #include "process/BlockSsim.h"
-#include "tools/CameraFiles.h"
+#include "tools/files/CameraFiles.h"
 
 namespace {
 

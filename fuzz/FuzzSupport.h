@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/CameraFiles.h"
+#include "tools/files/CameraFiles.h"
 
 namespace iqa_fuzz {
 

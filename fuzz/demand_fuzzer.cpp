@@ -15,7 +15,7 @@
 #include "process/PairRecord.h"
 #include "process/Preparation.h"
 #include "tests/reference/ReferenceKernels.h"
-#include "tools/SceneGenerator.h"
+#include "tools/files/SceneGenerator.h"
 
 namespace {
 

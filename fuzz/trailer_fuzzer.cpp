@@ -8,7 +8,7 @@
 #include "IqaUpLoad.h"
 #include "fuzz/FuzzSupport.h"
 #include "tests/reference/ReferenceDump.h"
-#include "tools/CameraFiles.h"
+#include "tools/files/CameraFiles.h"
 
 namespace {
 

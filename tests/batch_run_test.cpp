@@ -17,8 +17,8 @@
 #include "tests/support/LogCapture.h"
 #include "tests/support/ManagerPeer.h"
 #include "tests/support/TestFiles.h"
-#include "tools/CameraFiles.h"
-#include "tools/SceneGenerator.h"
+#include "tools/files/CameraFiles.h"
+#include "tools/files/SceneGenerator.h"
 
 using iqa_test::Bytes;
 using iqa_test::Peer;

@@ -14,7 +14,7 @@
 #include "tests/reference/ReferenceKernels.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/TestFiles.h"
-#include "tools/CameraFiles.h"
+#include "tools/files/CameraFiles.h"
 
 using iqa_test::Bytes;
 

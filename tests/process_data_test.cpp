@@ -8,8 +8,8 @@
 #include "tests/reference/ReferenceKernels.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/TestFiles.h"
-#include "tools/CameraFiles.h"
-#include "tools/SceneGenerator.h"
+#include "tools/files/CameraFiles.h"
+#include "tools/files/SceneGenerator.h"
 
 using iqa_test::Bytes;
 

@@ -18,8 +18,8 @@
 #include "tests/support/LogCapture.h"
 #include "tests/support/ManagerPeer.h"
 #include "tests/support/TestFiles.h"
-#include "tools/CameraFiles.h"
-#include "tools/SceneGenerator.h"
+#include "tools/files/CameraFiles.h"
+#include "tools/files/SceneGenerator.h"
 
 #if defined(__has_feature)
 #if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)

@@ -15,7 +15,7 @@
 #include "tests/reference/ReferenceDump.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/TestFiles.h"
-#include "tools/CameraFiles.h"
+#include "tools/files/CameraFiles.h"
 
 using iqa_test::Bytes;
 

@@ -2,7 +2,7 @@
 #include "tests/support/LogCapture.h"
 
 #include "tests/support/Deadline.h"
-#include "tools/LogLines.h"
+#include "tools/commands/LogLines.h"
 
 #include <android/log.h>
 

@@ -19,12 +19,12 @@
 #include "IqaProcessData.h"
 #include "process/BlockSsim.h"
 #include "process/BoxReduce.h"
-#include "tools/CommandCores.h"
-#include "tools/Commands.h"
-#include "tools/ImageFiles.h"
-#include "tools/LibraryLog.h"
-#include "tools/LogLines.h"
-#include "tools/Nv12Image.h"
+#include "tools/commands/CommandCores.h"
+#include "tools/commands/Commands.h"
+#include "tools/commands/LibraryLog.h"
+#include "tools/commands/LogLines.h"
+#include "tools/files/ImageFiles.h"
+#include "tools/files/Nv12Image.h"
 
 namespace py = pybind11;
 namespace fs = std::filesystem;
