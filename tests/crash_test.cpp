@@ -233,7 +233,7 @@ class CutDump : public ::testing::Test {
         IQA::RecoverDumps(kCamera);
         const Bytes once = iqa_test::ReadFile(photo);
         const IQA::Recovery again = IQA::RecoverDumps(kCamera);
-        const bool clean = !IQA::JournalPending(kCamera, "p.jpg");  // thumbnails may stay
+        const bool clean = IQA::PendingJournal(kCamera, "p.jpg").empty();  // thumbnails may stay
         const Bytes& recorded = recordedForm != nullptr ? *recordedForm : withRecord;
         const bool whole =
             expected != nullptr ? once == *expected : once == original || once == recorded;

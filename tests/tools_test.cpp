@@ -6,10 +6,12 @@
 
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <set>
 #include <sstream>
 
 #include "IqaUpLoad.h"
@@ -386,6 +388,122 @@ TEST_F(Tools, InspectListsTheLibrarysRecordAndRejectsOthersUntouched) {
         EXPECT_NE(std::string::npos, r.out.find(says)) << r.out;
         EXPECT_EQ(bytes, iqa_test::ReadFile(PhotoPath(name)));
     }
+}
+
+// A camera folder as pulled from a phone after a run: the sample (with its HDR-shaped photo), a
+// torn photo, a journal left behind, a copy in a subfolder, and what cannot be read. The scan
+// says of each photo what inspect says, names the photos the run flagged, writes nothing, and
+// its page shows each flagged photo beside its preview.
+TEST_F(Tools, ScanListsWhatThePhoneFlaggedAndTouchesNothing) {
+    const std::string root = dir.File("pulled"), camera = root + "/" + iqa_test::kCamera;
+    ASSERT_EQ(0, Iqa("sample " + root).status);
+    const json run = json::parse(Iqa("run --json " + root).out);
+    Bytes torn = iqa_test::ReadFile(camera + "/IMG_20261122_091002.jpg");
+    std::fill(torn.end() - 60, torn.end(), 0);
+    iqa_test::WriteFile(camera + "/torn.jpg", torn);
+    iqa_test::WriteFile(camera + "/iqathumb/IMG_20261122_090101.jpg.iqajournal", {1, 2, 3});
+    iqa_test::MakeDirs(camera + "/sub");
+    std::filesystem::copy_file(camera + "/IMG_20261122_091002.jpg", camera + "/sub/COPY.JPEG");
+    ASSERT_EQ(0, symlink("..", (root + "/storage/loop").c_str()));
+    ASSERT_EQ(0, symlink("nowhere.jpg", (camera + "/gone.jpg").c_str()));
+    ASSERT_EQ(0, mkfifo((camera + "/pipe.jpg").c_str(), 0644));
+    std::map<std::string, Bytes> before;
+    for (const auto& e : std::filesystem::recursive_directory_iterator(root)) {
+        if (e.is_regular_file() && !e.is_symlink()) {
+            before[e.path()] = iqa_test::ReadFile(e.path());
+        }
+    }
+
+    const Result scanned = Iqa("scan --json " + root + " -o " + dir.File("scan.html"));
+    ASSERT_EQ(0, scanned.status);
+    const json scan = json::parse(scanned.out);
+    std::set<std::string> flagged, inserted;
+    for (const auto& [name, photo] : PhotosOf(run)) {
+        if (photo["record"] == "inserted") {
+            inserted.insert(std::string(iqa_test::kCamera) + "/" + name + ".jpg");
+        }
+    }
+    const std::map<std::string, std::string> states = {
+        {"IMG_20261122_090101.jpg", "unfinished dump"},
+        {"IMG_20261122_090859.jpg", "none"},
+        {"torn.jpg", "damaged"}};
+    for (json photo : scan["photos"]) {
+        const std::string file = photo["file"];
+        const std::string name = file.substr(file.rfind('/') + 1);
+        const auto state = states.find(name);
+        EXPECT_EQ(state == states.end() ? "whole" : state->second, photo["trailer"]) << file;
+        EXPECT_EQ(photo["trailer"] == "unfinished dump"
+                      ? json(std::string(iqa_test::kCamera) + "/iqathumb/" + name + ".iqajournal")
+                      : json(nullptr),
+                  photo["journal"])
+            << file;
+        if (photo["flagged"]) {
+            flagged.insert(file);
+        }
+        for (const char* key : {"trailer", "journal", "flagged"}) {
+            photo.erase(key);
+        }
+        EXPECT_EQ(json::parse(Iqa("inspect --json " + file, false, root).out), photo) << file;
+    }
+    EXPECT_EQ(inserted, flagged);
+    EXPECT_EQ(4u, flagged.size());
+    EXPECT_EQ(json::parse(R"({"photos": 12, "flagged": 4, "damaged": 1, "unfinished": 1})"),
+              scan["summary"]);
+    EXPECT_EQ(
+        json::parse("[\"cannot read " + iqa_test::kCamera +
+                    "/gone.jpg: No such file or directory\", \"cannot read " + iqa_test::kCamera +
+                    "/pipe.jpg: not a regular file\", \"storage/loop "
+                    "leads back to " +
+                    root + " (a folder loop), not followed\"]"),
+        scan["problems"]);
+    // The HDR-shaped photo's images and every byte of the trailer's end that sample wrote.
+    const std::string hdr = camera + "/IMG_20261122_091118.jpg";
+    const json layout = json::parse(Iqa("inspect --json " + hdr).out);
+    EXPECT_EQ("gain map or undefined", layout["images"][1]["kind"]);
+    const Bytes photo = iqa_test::ReadFile(hdr);
+    Bytes end(64, 0x5C);
+    const char header[] = "\x40\0\0\0CAMERA-TRAILER v1.00";
+    end.insert(end.end(), header, header + 24);
+    EXPECT_EQ(end, Bytes(photo.end() - 88, photo.end()));
+    const char faces[] = "\x60\0\0\0FACEDET";
+    EXPECT_EQ(Bytes(faces, faces + 12), Bytes(photo.end() - 100, photo.end() - 88));
+    for (const auto& [path, bytes] : before) {
+        EXPECT_EQ(bytes, iqa_test::ReadFile(path)) << path << " changed";
+    }
+    EXPECT_EQ(
+        (Result{1, "iqa scan: cannot read " + dir.File("none") + ": No such file or directory\n"}),
+        Iqa("scan " + dir.File("none"), true));
+
+    // The page, in a 1400-pixel window: flagged photos first, each with its three images.
+    Bytes page = iqa_test::ReadFile(dir.File("scan.html"));
+    const std::string measure =
+        "<script>addEventListener('load', () => document.body.dataset.fit = "
+        "document.documentElement.scrollWidth <= innerWidth)</script>";
+    page.insert(page.end(), measure.begin(), measure.end());
+    iqa_test::WriteFile(dir.File("measured.html"), page);
+    const Result dom = Shell(
+        "/usr/bin/chromium --headless --no-sandbox --disable-gpu --disable-quic --no-first-run "
+        "--disable-background-networking --disable-component-update --disable-sync "
+        "--window-size=1400,900 --user-data-dir=" +
+            dir.File("browser") + " --dump-dom file://" + dir.File("measured.html"),
+        false);
+    ASSERT_EQ(0, dom.status);
+    EXPECT_NE(std::string::npos, dom.out.find("data-fit=\"true\"")) << "the page is wider";
+    EXPECT_EQ(std::string::npos, dom.out.find("class=\"broken\"")) << "an image not shown";
+    EXPECT_NE(std::string::npos, dom.out.find("not the score the phone computed"));
+    std::set<std::string> shown;
+    const std::string row = "<tr class=\"flagged\" id=\"photo-";
+    for (size_t at = dom.out.find(row); at != std::string::npos; at = dom.out.find(row, at + 1)) {
+        const size_t name = at + row.size(), rowEnd = dom.out.find("</tr>", at);
+        shown.insert(dom.out.substr(name, dom.out.find('"', name) - name));
+        int images = 0;
+        for (size_t i = dom.out.find("<img ", name); i < rowEnd; i = dom.out.find("<img ", i + 1)) {
+            ++images;
+        }
+        EXPECT_EQ(3, images) << dom.out.substr(name, 60);
+        EXPECT_LT(at, dom.out.find("<tr class=\"other\"")) << "flagged photos come first";
+    }
+    EXPECT_EQ(flagged, shown);
 }
 
 TEST_F(Tools, ExtractWritesThePreviewInTheFormatOfItsName) {

@@ -348,10 +348,15 @@ Recovery RecoverDumps(const std::string& photoFolder) {
     return recovery;
 }
 
-bool JournalPending(const std::string& photoFolder, const std::string& photoName) {
+std::string PendingJournal(const std::string& photoFolder, const std::string& photoName) {
     const std::string path = JournalFolder(photoFolder) + "/" + photoName + kSuffix;
-    struct stat status = {};
-    return lstat(path.c_str(), &status) == 0 || lstat((path + kUnfinished).c_str(), &status) == 0;
+    for (const std::string& journal : {path, path + kUnfinished}) {
+        struct stat status = {};
+        if (lstat(journal.c_str(), &status) == 0) {
+            return journal;
+        }
+    }
+    return "";
 }
 
 }  // namespace IQA

@@ -77,8 +77,9 @@ struct Recovery {
 // naming the photo and what was done. Journals of live dumps are left alone.
 Recovery RecoverDumps(const std::string& photoFolder);
 
-// True when a journal of the photo still waits to be replayed.
-bool JournalPending(const std::string& photoFolder, const std::string& photoName);
+// The path of the photo's journal that still waits to be replayed (or discarded, when it was
+// never finished), or "" when there is none.
+std::string PendingJournal(const std::string& photoFolder, const std::string& photoName);
 
 }  // namespace IQA
 

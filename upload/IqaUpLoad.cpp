@@ -155,7 +155,7 @@ bool RecordMayGoIn(const PhotoPlace& place, const std::string& path, const unsig
                    "IqaUpLoad SaveBuffer: no custom buffer for %s.", path.c_str());
         return false;
     }
-    if (JournalPending(place.folder, place.name)) {
+    if (!PendingJournal(place.folder, place.name).empty()) {
         IQA_LOG_OP(ANDROID_LOG_ERROR, kTagUpLoad, kOperation,
                    "IqaUpLoad SaveBuffer: an earlier record is still pending in %s.", path.c_str());
         return false;

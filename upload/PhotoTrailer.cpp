@@ -102,17 +102,16 @@ void EncodeFileHeader(uint32_t otherLength, const unsigned char* carried, unsign
     std::memcpy(out + 4, carried, kFileHeaderSize - 4);
 }
 
-bool DecodeDescriptor(const unsigned char* payload, uint64_t length, ImageDescriptor* d) {
+bool DecodeDescriptor(const unsigned char* bytes, uint64_t length, ImageDescriptor* d) {
     constexpr size_t kNameAt = 20, kNameSize = 30;
     if (length < kDescriptorSize) {
         return false;
     }
-    const unsigned char* at = payload + length - kDescriptorSize;
     int32_t* fields[] = {&d->width, &d->height, &d->stride, &d->size, &d->format};
     for (size_t i = 0; i < 5; ++i) {
-        *fields[i] = static_cast<int32_t>(LoadLE32(at + 4 * i));
+        *fields[i] = static_cast<int32_t>(LoadLE32(bytes + 4 * i));
     }
-    const char* name = reinterpret_cast<const char*>(at + kNameAt);
+    const char* name = reinterpret_cast<const char*>(bytes + kNameAt);
     d->algoname = std::string(name, strnlen(name, kNameSize));
     return d->size >= 0 && static_cast<uint64_t>(d->size) + kDescriptorSize == length;
 }

@@ -29,9 +29,9 @@ struct ImageDescriptor {
     std::string algoname;  // up to its first NUL, at most 30 bytes
 };
 
-// The descriptor that ends a payload of `length` bytes: false when the payload is too short for
-// one or when the descriptor's size does not account for the rest of it.
-bool DecodeDescriptor(const unsigned char* payload, uint64_t length, ImageDescriptor* descriptor);
+// The descriptor whose kDescriptorSize bytes end a payload of `length` bytes: false when the
+// payload is too short for one or when the descriptor's size does not account for the rest of it.
+bool DecodeDescriptor(const unsigned char* bytes, uint64_t length, ImageDescriptor* descriptor);
 
 // Where the last record begins and how long the file is from there on.
 struct TrailerTail {

@@ -88,6 +88,17 @@ def test_run_inspect_extract_and_recover_give_the_programs_results(sample, tmp_p
         assert preview.shape == (image["height"], image["width"], 3)
         assert preview.dtype == np.uint8
     assert iqa.recover(str(roots[1])) == {"completed": 0, "discarded": 0, "kept": 0, "lines": []}
+    # The scan of what the run left, as the program prints it; previews only on request.
+    scanned = iqa.scan(str(roots[1]), previews=True)
+    assert {k: v for k, v in scanned.items() if k != "photos"} == {
+        k: v for k, v in iqa.scan(str(roots[1])).items() if k != "photos"}
+    flagged = [p for p in scanned["photos"] if p["flagged"]]
+    assert [p["file"] for p in flagged] == [f"{CAMERA}/{name}.jpg" for name in inserted]
+    for photo in flagged:
+        image = photo.pop("preview")
+        assert image.shape == (photo["records"][1]["image"]["height"],
+                               photo["records"][1]["image"]["width"], 3)
+    assert scanned == json.loads(program("scan", str(roots[1]), "--json").stdout)
 
 
 def test_files_round_trip_and_the_detector_reports_a_green_frame(tmp_path):

@@ -37,8 +37,44 @@ nlohmann::ordered_json CompareDocument(const std::string& photo, const std::stri
                                        const std::vector<BlockSpot>& worst);
 
 // inspect --json of a photo's bytes.
-nlohmann::ordered_json InspectDocument(const std::string& path, const Bytes& file,
-                                       const TrailerListing& listing);
+nlohmann::ordered_json InspectDocument(const std::string& path, const TrailerListing& listing);
+
+// scan: one photo of a folder pulled from a phone, judged from its markers and trailer alone.
+struct ScannedPhoto {
+    std::string file;  // relative to the folder
+    TrailerListing listing;
+    std::string trailer;   // "whole", "none", "damaged" or "unfinished dump"
+    std::string journal;   // an unfinished dump's journal, relative to the folder; else ""
+    bool flagged = false;  // holds an Iqa_com record: the phone judged it of low similarity
+};
+struct FolderScan {
+    std::string folder;
+    std::vector<ScannedPhoto> photos;   // in the order FindPhotos gives
+    std::vector<std::string> problems;  // what could not be read, one line each
+};
+// Reads every JPEG under dir, writing nothing. False only when dir cannot be read at all.
+// showProgress: a progress bar on stderr when it is a terminal.
+bool ScanFolder(const std::string& dir, bool showProgress, FolderScan* scan, Failure* failure);
+// scan --json: {"folder", "photos": [the inspect document of each, with "trailer", "journal" and
+// "flagged"], "problems", "summary": {"photos", "flagged", "damaged", "unfinished"}}.
+nlohmann::ordered_json ScanDocument(const FolderScan& scan);
+// "N photos: F flagged, D damaged trailers, U unfinished dumps".
+std::string ScanSummary(const FolderScan& scan);
+
+// What a flagged photo looks like beside the preview the phone stored in it: the preview of its
+// newest Iqa_com record, and the photo decoded cheaply (DCT scaling) and box-reduced to the
+// preview's size, compared block by block. An indication from a quarter-size preview, not the
+// score the phone computed.
+struct FlaggedView {
+    std::string error;  // why there is no comparison; empty when there is
+    Image preview;
+    uint64_t recordAt = 0;
+    PairEvaluation comparison;  // thumbnail side: the preview; photo side: the reduced photo
+};
+FlaggedView ViewFlagged(const std::string& dir, const ScannedPhoto& photo);
+// The preview alone, read from the photo's newest Iqa_com record; false with why.
+bool StoredPreview(const std::string& dir, const ScannedPhoto& photo, Image* preview,
+                   uint64_t* recordAt, std::string* why);
 
 // run, in the camera root that is the working directory: evaluates every thumbnail of its cache
 // folder as the camera host does, keeps what iqa report needs, and gives the result per photo.

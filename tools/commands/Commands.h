@@ -22,6 +22,7 @@ void AddInspectCommand(CLI::App& app, int* status);
 void AddExtractCommand(CLI::App& app, int* status);
 void AddAnomalyCommand(CLI::App& app, int* status);
 void AddRecoverCommand(CLI::App& app, int* status);
+void AddScanCommand(CLI::App& app, int* status);
 
 // Reads a whole input file; prints "iqa <command>: cannot read PATH: why" when it cannot.
 bool ReadInput(const char* command, const std::string& path, std::vector<unsigned char>* bytes);

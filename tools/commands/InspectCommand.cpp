@@ -19,17 +19,16 @@ struct InspectOptions {
 
 }  // namespace
 
-nlohmann::ordered_json InspectDocument(const std::string& path, const Bytes& file,
-                                       const TrailerListing& listing) {
+nlohmann::ordered_json InspectDocument(const std::string& path, const TrailerListing& listing) {
     nlohmann::ordered_json records = nlohmann::ordered_json::array();
-    for (const TrailerRecord& r : listing.records) {
-        Descriptor d;
+    for (size_t i = 0; i < listing.records.size(); ++i) {
+        const TrailerRecord& r = listing.records[i];
+        const std::optional<Descriptor>& d = listing.descriptors[i];
         const nlohmann::ordered_json image =
-            ReadDescriptor(file, r, &d)
-                ? nlohmann::ordered_json{{"width", d.width},   {"height", d.height},
-                                         {"stride", d.stride}, {"size", d.size},
-                                         {"format", d.format}, {"algorithm", d.algoname}}
-                : nlohmann::ordered_json(nullptr);
+            d ? nlohmann::ordered_json{{"width", d->width},   {"height", d->height},
+                                       {"stride", d->stride}, {"size", d->size},
+                                       {"format", d->format}, {"algorithm", d->algoname}}
+              : nlohmann::ordered_json(nullptr);
         records.push_back({{"offset", r.payloadOffset},
                            {"length", r.payloadLength},
                            {"tag", r.tag},
@@ -42,7 +41,7 @@ nlohmann::ordered_json InspectDocument(const std::string& path, const Bytes& fil
                           {"kind", ImageKind(listing, i)}});
     }
     return {{"file", path},
-            {"size", file.size()},
+            {"size", listing.size},
             {"images", images},
             {"image_end", listing.imageEnd},
             {"other_data", listing.otherLength},
@@ -54,8 +53,8 @@ nlohmann::ordered_json InspectDocument(const std::string& path, const Bytes& fil
 
 namespace {
 
-void PrintText(const std::string& path, const Bytes& file, const TrailerListing& listing) {
-    printf("%s: %zu bytes\n", path.c_str(), file.size());
+void PrintText(const std::string& path, const TrailerListing& listing) {
+    printf("%s: %llu bytes\n", path.c_str(), static_cast<unsigned long long>(listing.size));
     for (size_t i = 0; i < listing.images.size(); ++i) {
         printf("image at %llu: %llu bytes, %s\n",
                static_cast<unsigned long long>(listing.images[i].offset),
@@ -66,15 +65,16 @@ void PrintText(const std::string& path, const Bytes& file, const TrailerListing&
         printf("no trailer: %s\n", listing.problem.c_str());
         return;
     }
-    printf("file header at %zu, other data: %u bytes\n", file.size() - IQA::kFileHeaderSize,
+    printf("file header at %llu, other data: %u bytes\n",
+           static_cast<unsigned long long>(listing.size - IQA::kFileHeaderSize),
            listing.otherLength);
-    for (const TrailerRecord& r : listing.records) {
+    for (size_t i = 0; i < listing.records.size(); ++i) {
+        const TrailerRecord& r = listing.records[i];
         printf("record at %llu: %u bytes, tag \"%s\"\n",
                static_cast<unsigned long long>(r.payloadOffset), r.payloadLength, r.tag.c_str());
-        Descriptor d;
-        if (ReadDescriptor(file, r, &d)) {
-            printf("  image %dx%d, stride %d, size %d, format %d, algorithm \"%s\"\n", d.width,
-                   d.height, d.stride, d.size, d.format, d.algoname.c_str());
+        if (const std::optional<Descriptor>& d = listing.descriptors[i]) {
+            printf("  image %dx%d, stride %d, size %d, format %d, algorithm \"%s\"\n", d->width,
+                   d->height, d->stride, d->size, d->format, d->algoname.c_str());
         }
     }
     if (!listing.problem.empty()) {
@@ -92,9 +92,9 @@ int Inspect(const InspectOptions& o) {
     TrailerListing listing;
     const bool whole = ReadTrailer(file, &listing);
     if (o.json) {
-        printf("%s\n", InspectDocument(o.photo, file, listing).dump(2).c_str());
+        printf("%s\n", InspectDocument(o.photo, listing).dump(2).c_str());
     } else {
-        PrintText(o.photo, file, listing);
+        PrintText(o.photo, listing);
     }
     return whole ? 0 : 1;
 }

@@ -24,6 +24,19 @@ Image ImageOf(const unsigned char* buffer, int width, int height) {
     return Image{width, height, Bytes(buffer, buffer + bytes)};
 }
 
+// The compared pair and its blocks, once the stage has scored it.
+void AddBlocks(Image thumbnail, Image photo, PairEvaluation* e) {
+    e->ok = true;
+    e->compared = {thumbnail.width, thumbnail.height};
+    e->verdict = Verdict(e->ssim);
+    e->blocksX = thumbnail.width / IQA::kSsimBlock;
+    e->blocksY = thumbnail.height / IQA::kSsimBlock;
+    IQA::ForEachBlockSsim(thumbnail.rgb.data(), photo.rgb.data(), thumbnail.width, thumbnail.height,
+                          [&](int, int, double value) { e->blocks.push_back(value); });
+    e->thumbImage = std::move(thumbnail);
+    e->photoImage = std::move(photo);
+}
+
 }  // namespace
 
 const char* Verdict(double ssim) {
@@ -70,16 +83,28 @@ PairEvaluation EvaluatePair(const std::string& photo, const std::string& thumbna
         }
         return e;
     }
-    e.ok = true;
-    e.compared = {info.thumbWidth, info.thumbHeight};
     e.ssim = info.ssim;
-    e.verdict = Verdict(info.ssim);
-    e.thumbImage = ImageOf(thumb.get(), info.thumbWidth, info.thumbHeight);
-    e.photoImage = ImageOf(picture.get(), info.jpegWidth, info.jpegHeight);
-    e.blocksX = info.thumbWidth / IQA::kSsimBlock;
-    e.blocksY = info.thumbHeight / IQA::kSsimBlock;
-    IQA::ForEachBlockSsim(thumb.get(), picture.get(), info.thumbWidth, info.thumbHeight,
-                          [&](int, int, double value) { e.blocks.push_back(value); });
+    AddBlocks(ImageOf(thumb.get(), info.thumbWidth, info.thumbHeight),
+              ImageOf(picture.get(), info.jpegWidth, info.jpegHeight), &e);
+    return e;
+}
+
+PairEvaluation EvaluateImages(const Image& thumbnail, const Image& photo) {
+    PairEvaluation e;
+    e.thumbnail = {thumbnail.width, thumbnail.height};
+    e.photo = {photo.width, photo.height};
+    if (thumbnail.width != photo.width || thumbnail.height != photo.height) {
+        e.error = "the images differ in size";
+        return e;
+    }
+    e.ssim = IQA::IqaCompSim().CalculateRgbSsim(thumbnail.rgb.data(), photo.rgb.data(),
+                                                thumbnail.width, thumbnail.height);
+    if (e.ssim == 0.0) {  // the stage's way of saying it compared nothing
+        e.error = "no whole 8x8 block to compare at " + std::to_string(thumbnail.width) + "x" +
+                  std::to_string(thumbnail.height);
+        return e;
+    }
+    AddBlocks(thumbnail, photo, &e);
     return e;
 }
 

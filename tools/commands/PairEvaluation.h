@@ -30,6 +30,10 @@ struct PairEvaluation {
 PairEvaluation EvaluatePair(const std::string& photo, const std::string& thumbnail,
                             bool rawPhoto = false);
 
+// Two images of one size through the SSIM stage alone: the thumbnail side is `thumbnail`, the
+// photo side `photo`. Not ok (with why) for sizes that differ or hold no whole 8x8 block.
+PairEvaluation EvaluateImages(const Image& thumbnail, const Image& photo);
+
 // The batch run's verdict: above the single-precision 0.9 is high similarity, anything else low.
 const char* Verdict(double ssim);
 

@@ -18,7 +18,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr int kOutlinedBlocks = 5;
-constexpr int kQuality = 90;
 
 struct ReportOptions {
     std::string dir = ".";
@@ -27,13 +26,6 @@ struct ReportOptions {
 
 std::string SizeText(const Image& image) {
     return std::to_string(image.width) + "x" + std::to_string(image.height);
-}
-
-// JPEG keeps a report of many photos small; full chroma keeps the heatmap's outlines sharp.
-ReportImage Shown(const Image& image, const std::string& caption) {
-    JpegOptions options;
-    options.fullChroma = true;
-    return {EncodeJpeg(image.rgb, image.width, image.height, 3, kQuality, options), caption};
 }
 
 void AddComparison(const PhotoResult& result, ReportRow* row) {

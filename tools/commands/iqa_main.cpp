@@ -18,8 +18,8 @@ int main(int argc, char** argv) {
     for (const auto add :
          {iqa_tools::AddSampleCommand, iqa_tools::AddImportCommand, iqa_tools::AddRunCommand,
           iqa_tools::AddReportCommand, iqa_tools::AddCompareCommand, iqa_tools::AddInspectCommand,
-          iqa_tools::AddExtractCommand, iqa_tools::AddAnomalyCommand,
-          iqa_tools::AddRecoverCommand}) {
+          iqa_tools::AddExtractCommand, iqa_tools::AddAnomalyCommand, iqa_tools::AddRecoverCommand,
+          iqa_tools::AddScanCommand}) {
         add(app, &status);
     }
     if (argc > 1 && argv[1][0] != '-' &&

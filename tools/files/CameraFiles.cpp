@@ -189,7 +189,8 @@ Bytes MultiPictureJpeg(const Bytes& primary, const std::vector<FurtherImage>& fu
     return out;
 }
 
-bool DecodeJpeg(const Bytes& jpeg, Bytes* rgb, int* width, int* height) {
+bool DecodeJpeg(const Bytes& jpeg, Bytes* rgb, int* width, int* height, const Size& atLeast,
+                int largestDenominator) {
     jpeg_decompress_struct cinfo = {};
     JumpingErrors errors = {};
     cinfo.err = jpeg_std_error(&errors.base);
@@ -203,6 +204,16 @@ bool DecodeJpeg(const Bytes& jpeg, Bytes* rgb, int* width, int* height) {
     jpeg_mem_src(&cinfo, jpeg.data(), static_cast<unsigned long>(jpeg.size()));
     jpeg_read_header(&cinfo, TRUE);
     cinfo.out_color_space = JCS_RGB;
+    cinfo.scale_num = 1;
+    cinfo.scale_denom = static_cast<unsigned>(std::max(1, largestDenominator));
+    const auto scaled = [&](JDIMENSION side) {
+        return (side + cinfo.scale_denom - 1) / cinfo.scale_denom;
+    };
+    while (cinfo.scale_denom > 1 &&
+           (scaled(cinfo.image_width) < static_cast<JDIMENSION>(std::max(0, atLeast.width)) ||
+            scaled(cinfo.image_height) < static_cast<JDIMENSION>(std::max(0, atLeast.height)))) {
+        cinfo.scale_denom /= 2;
+    }
     jpeg_start_decompress(&cinfo);
     *width = static_cast<int>(cinfo.output_width);
     *height = static_cast<int>(cinfo.output_height);
@@ -238,30 +249,38 @@ Bytes Trailer(const std::vector<std::pair<std::string, Bytes>>& records, const B
     return trailer;
 }
 
-bool ReadTrailer(const Bytes& file, TrailerListing* listing) {
+bool ReadTrailer(IQA::ByteSource& file, TrailerListing* listing) {
     *listing = TrailerListing();
-    IQA::MemorySource source(file.data(), file.size());
+    listing->size = file.Size();
     IQA::PhotoLayout layout;
-    listing->status = IQA::ReadPhotoLayout(source, &layout);
+    listing->status = IQA::ReadPhotoLayout(file, &layout);
     listing->images = layout.images;
     for (const PhotoImage& image : layout.images) {
         listing->imageEnd = std::max(listing->imageEnd, image.offset + image.length);
     }
     listing->otherLength = layout.chain.otherLength;
     listing->records = layout.chain.records;
+    for (const TrailerRecord& r : listing->records) {
+        unsigned char bytes[IQA::kDescriptorSize];
+        Descriptor d;
+        const bool read =
+            r.payloadLength >= sizeof(bytes) &&
+            file.Read(r.payloadOffset + r.payloadLength - sizeof(bytes), bytes, sizeof(bytes)) &&
+            IQA::DecodeDescriptor(bytes, r.payloadLength, &d);
+        listing->descriptors.push_back(read ? std::optional<Descriptor>(d) : std::nullopt);
+    }
     listing->problem = layout.problem == nullptr ? "" : layout.problem;
     return listing->status == IQA::LayoutStatus::kWhole;
+}
+
+bool ReadTrailer(const Bytes& file, TrailerListing* listing) {
+    IQA::MemorySource source(file.data(), file.size());
+    return ReadTrailer(source, listing);
 }
 
 std::string ImageKind(const TrailerListing& listing, size_t image) {
     const PhotoImage& i = listing.images.at(image);
     return i.indexed ? IQA::PictureKind(i.attribute) : image == 0 ? "primary" : "appended JPEG";
-}
-
-bool ReadDescriptor(const Bytes& file, const TrailerRecord& record, Descriptor* descriptor) {
-    return record.payloadOffset + record.payloadLength <= file.size() &&
-           IQA::DecodeDescriptor(file.data() + record.payloadOffset, record.payloadLength,
-                                 descriptor);
 }
 
 }  // namespace iqa_tools

@@ -4,6 +4,7 @@
 #define IQA_TOOLS_FILES_CAMERA_FILES_H
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -70,40 +71,43 @@ constexpr size_t kPictureEntriesAt = 50;
 Bytes MultiPictureJpeg(const Bytes& primary, const std::vector<FurtherImage>& further,
                        const MultiPictureOptions& options = {});
 
-// Decodes a JPEG held in memory to RGB; false if libjpeg rejects it.
-bool DecodeJpeg(const Bytes& jpeg, Bytes* rgb, int* width, int* height);
+// Decodes a JPEG held in memory to RGB; false if libjpeg rejects it. With a largest denominator
+// d (a power of two up to 8), libjpeg's DCT scaling decodes at the smallest of 1/d, 1/(d/2), ...,
+// 1 that still gives at least `atLeast`: a cheap view for a page, not the library's pixels.
+bool DecodeJpeg(const Bytes& jpeg, Bytes* rgb, int* width, int* height, const Size& atLeast = {},
+                int largestDenominator = 1);
 
 // Each record (payload, data header with its length and tag), then the other data and the
 // 24-byte file header: the other data's length, then the 20 bytes "CAMERA-TRAILER v1.00".
 Bytes Trailer(const std::vector<std::pair<std::string, Bytes>>& records, const Bytes& other);
 
 using TrailerRecord = IQA::TrailerRecord;
-
 using PhotoImage = IQA::PhotoImage;
+// The image descriptor that ends a custom-buffer record's payload.
+using Descriptor = IQA::ImageDescriptor;
 
 struct TrailerListing {
+    uint64_t size = 0;  // the file's
     IQA::LayoutStatus status = IQA::LayoutStatus::kNotJpeg;
     std::vector<PhotoImage> images;  // the primary first; none when the file holds no JPEG
     uint64_t imageEnd = 0;           // where the last image ends
     uint32_t otherLength = 0;
     std::vector<TrailerRecord> records;  // the file's last record first
-    std::string problem;                 // empty when the trailer was read to its start
+    // Per record, the descriptor its payload ends in, when it is long enough for one whose size
+    // field accounts for the rest of it.
+    std::vector<std::optional<Descriptor>> descriptors;
+    std::string problem;  // empty when the trailer was read to its start
 };
 
 // Finds the images and walks the trailer from the file header back to the end of the last one,
 // as the library does before it writes. Returns false when the file has no whole trailer;
 // listing->problem says why, and the images and records read before the break are kept.
+bool ReadTrailer(IQA::ByteSource& file, TrailerListing* listing);
 bool ReadTrailer(const Bytes& file, TrailerListing* listing);
 
 // What an image is: its index's word for it, "primary" for an unindexed first image, or
 // "appended JPEG" for a stream that follows without an index.
 std::string ImageKind(const TrailerListing& listing, size_t image);
-
-// The image descriptor that ends a custom-buffer record's payload.
-using Descriptor = IQA::ImageDescriptor;
-
-// True when the payload is long enough to end in a descriptor whose size field matches it.
-bool ReadDescriptor(const Bytes& file, const TrailerRecord& record, Descriptor* descriptor);
 
 }  // namespace iqa_tools
 

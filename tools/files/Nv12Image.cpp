@@ -36,27 +36,36 @@ bool Nv12ToRgb(const unsigned char* nv12, const Descriptor& d, Bytes* rgb) {
     return true;
 }
 
-bool NewestPreview(const Bytes& photo, Image* preview, uint64_t* offset, std::string* why) {
-    TrailerListing listing;
-    ReadTrailer(photo, &listing);  // records read before any damage are still usable
-    for (const TrailerRecord& r : listing.records) {  // newest dump first
-        Descriptor d;
-        if (r.tag != "Iqa_com" || !ReadDescriptor(photo, r, &d)) {
+bool PreviewOf(IQA::ByteSource& photo, const TrailerListing& listing, Image* preview,
+               uint64_t* offset, std::string* why) {
+    for (size_t i = 0; i < listing.records.size(); ++i) {  // newest dump first
+        const TrailerRecord& r = listing.records[i];
+        const std::optional<Descriptor>& d = listing.descriptors[i];
+        if (r.tag != "Iqa_com" || !d) {
             continue;
         }
         *offset = r.payloadOffset;
-        if (!Nv12ToRgb(photo.data() + r.payloadOffset, d, &preview->rgb)) {
+        Bytes nv12(static_cast<size_t>(d->size));
+        if (!photo.Read(r.payloadOffset, nv12.data(), nv12.size()) ||
+            !Nv12ToRgb(nv12.data(), *d, &preview->rgb)) {
             *why = "has an Iqa_com record at " + std::to_string(r.payloadOffset) +
-                   " that is not a " + std::to_string(d.width) + "x" + std::to_string(d.height) +
+                   " that is not a " + std::to_string(d->width) + "x" + std::to_string(d->height) +
                    " NV12 image";
             return false;
         }
-        preview->width = d.width;
-        preview->height = d.height;
+        preview->width = d->width;
+        preview->height = d->height;
         return true;
     }
     *why = "holds no Iqa_com record" + (listing.problem.empty() ? "" : ": " + listing.problem);
     return false;
+}
+
+bool NewestPreview(const Bytes& photo, Image* preview, uint64_t* offset, std::string* why) {
+    TrailerListing listing;
+    ReadTrailer(photo, &listing);  // records read before any damage are still usable
+    IQA::MemorySource source(photo.data(), photo.size());
+    return PreviewOf(source, listing, preview, offset, why);
 }
 
 }  // namespace iqa_tools

@@ -11,8 +11,11 @@ namespace iqa_tools {
 // size does not match that layout.
 bool Nv12ToRgb(const unsigned char* nv12, const Descriptor& d, Bytes* rgb);
 
-// The preview of the photo's newest Iqa_com record, and the record's offset; false (with why)
-// when there is none or it is not an NV12 image.
+// The preview of the newest Iqa_com record the listing of `photo` holds, and the record's
+// offset; false (with why) when there is none or it is not an NV12 image.
+bool PreviewOf(IQA::ByteSource& photo, const TrailerListing& listing, Image* preview,
+               uint64_t* offset, std::string* why);
+// The same for a photo's bytes.
 bool NewestPreview(const Bytes& photo, Image* preview, uint64_t* offset, std::string* why);
 
 }  // namespace iqa_tools

@@ -282,7 +282,7 @@ py::dict Inspect(const std::string& photo) {
     const Bytes file = Input(photo);
     iqa_tools::TrailerListing listing;
     iqa_tools::ReadTrailer(file, &listing);
-    return Python(iqa_tools::InspectDocument(photo, file, listing));
+    return Python(iqa_tools::InspectDocument(photo, listing));
 }
 
 py::array_t<uint8_t> Extract(const std::string& photo) {
@@ -343,6 +343,31 @@ py::dict Recover(const std::string& root) {
     result["discarded"] = recovery.discarded;
     result["kept"] = recovery.kept;
     result["lines"] = lines;
+    return result;
+}
+
+// scan: what `iqa scan --json` prints; with previews, each flagged photo's stored preview as
+// "preview" (an image, or None when it cannot be read).
+py::dict Scan(const std::string& dir, bool previews) {
+    iqa_tools::FolderScan scan;
+    {
+        py::gil_scoped_release released;
+        Failure failure;
+        if (!iqa_tools::ScanFolder(dir, false, &scan, &failure)) {
+            Raise(failure);
+        }
+    }
+    py::dict result = Python(iqa_tools::ScanDocument(scan));
+    for (size_t i = 0; previews && i < scan.photos.size(); ++i) {
+        if (scan.photos[i].flagged) {
+            Image preview;
+            uint64_t at = 0;
+            std::string why;
+            const bool read = iqa_tools::StoredPreview(dir, scan.photos[i], &preview, &at, &why);
+            result["photos"][py::int_(i)]["preview"] =
+                read ? py::object(ArrayOf(preview)) : py::object(py::none());
+        }
+    }
     return result;
 }
 
@@ -422,6 +447,10 @@ PYBIND11_MODULE(iqa, m) {
           "A batch run over a camera root, as `iqa run --json`: the result of every photo.");
     m.def("recover", &Recover, py::arg("root"),
           "Completes or discards what a crash left of dumps under a camera root.");
+    m.def("scan", &Scan, py::arg("dir"), py::arg("previews") = false,
+          "Every JPEG under a folder pulled from a phone, as `iqa scan --json`: images, records, "
+          "trailer state and a summary; with previews, each flagged photo's stored preview as "
+          "an image under \"preview\".");
     m.def("anomaly", &Anomaly, py::arg("frame"), py::arg("width"), py::arg("height"),
           py::arg("stride"), py::arg("name"),
           "The black/green screen detector on a YUV 4:2:0 frame: its outcome lines and the "

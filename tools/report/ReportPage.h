@@ -7,14 +7,9 @@
 #include <vector>
 
 #include "tools/commands/RunResults.h"
+#include "tools/report/PageParts.h"
 
 namespace iqa_tools {
-
-// An image of a row: its JPEG file, or, when there is none, why.
-struct ReportImage {
-    Bytes jpeg;
-    std::string caption;  // under the image, or the reason in its place
-};
 
 struct ReportRow {
     PhotoResult result;
@@ -25,9 +20,6 @@ struct ReportRow {
 };
 
 std::string ReportPage(const std::string& cameraRoot, std::vector<ReportRow> rows);
-
-// Base64 of the bytes, for data URLs.
-std::string Base64(const Bytes& bytes);
 
 }  // namespace iqa_tools
 
