@@ -15,9 +15,7 @@
 #include <string>
 #include <variant>
 
-#include "IqaCompSim.h"
 #include "IqaProcessData.h"
-#include "process/BlockSsim.h"
 #include "process/BoxReduce.h"
 #include "tools/commands/CommandCores.h"
 #include "tools/commands/Commands.h"
@@ -186,22 +184,15 @@ py::tuple BlockSsim(const py::array& a, const py::array& b) {
     if (first.width != second.width || first.height != second.height) {
         throw std::invalid_argument("a and b must have the same shape");
     }
-    double ssim = 0.0;
-    std::vector<double> blocks;
+    iqa_tools::PairEvaluation e;
     {
         py::gil_scoped_release released;
-        ssim = IQA::IqaCompSim().CalculateRgbSsim(first.rgb.data(), second.rgb.data(), first.width,
-                                                  first.height);
-        IQA::ForEachBlockSsim(first.rgb.data(), second.rgb.data(), first.width, first.height,
-                              [&](int, int, double value) { blocks.push_back(value); });
+        e = iqa_tools::EvaluateImages(first, second);
     }
-    if (ssim == 0.0) {
-        throw std::invalid_argument("no whole 8x8 block to compare at " +
-                                    std::to_string(first.width) + "x" +
-                                    std::to_string(first.height));
+    if (!e.ok) {
+        throw std::invalid_argument(e.error);
     }
-    return py::make_tuple(
-        ssim, MapOf(blocks, first.width / IQA::kSsimBlock, first.height / IQA::kSsimBlock));
+    return py::make_tuple(e.ssim, MapOf(e.blocks, e.blocksX, e.blocksY));
 }
 
 // read_thumbnail and decode: one of the library's decoders into a buffer of the batch run's
