@@ -3,14 +3,17 @@
 # libjpeg decode) and a batch run per photo for each thumbnail size, in alternating rounds in one
 # process, medians printed as "ratio <thumbnail> <photo> <batch ms> <floor ms> <ratio>"; then the
 # Google Benchmark suite of the parts. Extra arguments go to iqa_ratio (for example --rounds 21).
+# iqa_scan_ratio then measures iqa scan over a phone's folder the same way.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/setup.sh
 build=${IQA_BUILD_DIR:-build-bench}
 cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DIQA_BUILD_BENCHMARKS=ON \
-  -DIQA_BUILD_TESTS=OFF -DIQA_BUILD_TOOLS=OFF >/dev/null
-cmake --build "$build" --target iqa_ratio iqa_bench
+  -DIQA_BUILD_TESTS=OFF -DIQA_BUILD_TOOLS=ON -DIQA_BUILD_PYTHON=OFF >/dev/null
+cmake --build "$build" --target iqa_ratio iqa_scan_ratio iqa_bench
 "$build/bench/iqa_ratio" "$@"
+echo
+"$build/bench/iqa_scan_ratio"
 echo
 "$build/bench/iqa_bench" --benchmark_min_time=0.5 --benchmark_repetitions=3 \
   --benchmark_report_aggregates_only=true

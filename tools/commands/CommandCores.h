@@ -72,6 +72,9 @@ struct FlaggedView {
     PairEvaluation comparison;  // thumbnail side: the preview; photo side: the reduced photo
 };
 FlaggedView ViewFlagged(const std::string& dir, const ScannedPhoto& photo);
+// scan -o: the HTML page of a scan, each flagged photo viewed as above. showProgress: a
+// progress bar over the flagged photos on stderr when it is a terminal.
+std::string ScanReport(const FolderScan& scan, bool showProgress);
 // The preview alone, read from the photo's newest Iqa_com record; false with why.
 bool StoredPreview(const std::string& dir, const ScannedPhoto& photo, Image* preview,
                    uint64_t* recordAt, std::string* why);

@@ -164,6 +164,26 @@ FlaggedView ViewFlagged(const std::string& dir, const ScannedPhoto& photo) {
     return view;
 }
 
+std::string ScanReport(const FolderScan& scan, bool showProgress) {
+    std::vector<ScanRow> rows;
+    size_t flagged = 0;
+    for (const ScannedPhoto& p : scan.photos) {
+        flagged += p.flagged;
+    }
+    Progress progress(showProgress ? flagged : 0);
+    size_t viewed = 0;
+    for (const ScannedPhoto& p : scan.photos) {
+        ScanRow row{&p, {}};
+        if (p.flagged) {
+            progress.Show(viewed++, p.file);
+            row.view = ViewFlagged(scan.folder, p);
+        }
+        rows.push_back(std::move(row));
+    }
+    progress.Clear();
+    return ScanPage(scan, ScanSummary(scan), rows);
+}
+
 }  // namespace iqa_tools
 
 namespace iqa_tools {
@@ -250,22 +270,7 @@ std::string Csv(const FolderScan& scan) {
 }
 
 bool WritePage(const ScanOptions& o, const FolderScan& scan) {
-    std::vector<ScanRow> rows;
-    size_t flagged = 0;
-    for (const ScannedPhoto& p : scan.photos) {
-        flagged += p.flagged;
-    }
-    Progress progress(flagged);
-    for (const ScannedPhoto& p : scan.photos) {
-        ScanRow row{&p, {}};
-        if (p.flagged) {
-            progress.Show(rows.size(), p.file);
-            row.view = ViewFlagged(o.dir, p);
-        }
-        rows.push_back(std::move(row));
-    }
-    progress.Clear();
-    const std::string page = ScanPage(scan, ScanSummary(scan), rows);
+    const std::string page = ScanReport(scan, true);
     if (!WriteWholeFile(o.out, Bytes(page.begin(), page.end()))) {
         fprintf(stderr, "iqa scan: cannot write %s: %s\n", o.out.c_str(), FileError().c_str());
         return false;
