@@ -71,6 +71,7 @@ TEST_F(BatchRun, LastInFirstOutAndTheThresholdEdges) {
     std::vector<double> scores = {0.9, widened, 0.0};
     std::atomic<size_t> next{0};
     Peer::Chain(manager) = {std::make_shared<iqa_test::ScriptedNode>([&](IqaImageInfo& info) {
+        EXPECT_EQ(64000000u, info.bufferSize) << "the run's buffers as a node sees them";
         return iqa_test::ScoreNode(scores[next++])->ProcessImage(info);
     })};
     const Bytes before = AddPhoto("b", 32, 24, 1);
@@ -393,6 +394,11 @@ TEST_F(DemandDriven, DamageAnywhereGivesTheOutcomeOfAWholeDecode) {
         {{0, gain}});
     const Bytes trailer = iqa_tools::Trailer({{"CAMINFO", Bytes(40, 7)}}, Bytes(9, 8));
     hdr.insert(hdr.end(), trailer.begin(), trailer.end());
+    // Noise: the scan's data runs over several of the decoder's 64 KiB reads before the rows the
+    // result uses end, so damage 70000 bytes on arrives in a later read.
+    const Bytes noisy =
+        iqa_test::CameraPhoto(iqa_test::RandomBytes(kWidth * kHeight * 3, 6), kWidth, kHeight,
+                              Bytes(40, 7), Bytes(9, 8), {false, 0, true});
     const unsigned char kSof0[] = {0xFF, 0xC0};
     const auto sof = std::search(plain.begin(), plain.end(), std::begin(kSof0), std::end(kSof0));
     const struct {
@@ -402,6 +408,13 @@ TEST_F(DemandDriven, DamageAnywhereGivesTheOutcomeOfAWholeDecode) {
         bool quieterBelow;  // structure intact: only the data of unused rows is damaged
     } forms[] = {
         {"unknown marker", restarts, Insert({0xFF, 0x05}), false},
+        {"unknown marker, in a later read", noisy,
+         [](Bytes p, size_t at) {
+             for (at += 70000; p[at - 1] == 0xFF || p[at] == 0xFF; ++at) {
+             }
+             return Insert({0xFF, 0x05})(p, at);
+         },
+         false},
         {"stray DHT", restarts, Insert({0xFF, 0xC4, 0x00, 0x02}), false},
         {"early EOI", plain, Insert({0xFF, 0xD9}), true},
         {"truncation", restarts,

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "IqaCompSim.h"
+#include "process/BlockSsim.h"
 #include "tests/reference/ReferenceKernels.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/TestFiles.h"
@@ -25,6 +26,11 @@ TEST(CompSim, NoWholeBlockIsNoResult) {
     EXPECT_EQ(0.0, Ssim(plane, plane, 64, 7));
     EXPECT_EQ(0.0, Ssim(plane, plane, 0, 0));
     EXPECT_EQ(0.0, Ssim(plane, plane, -8, 8));
+    // What a run reads of each plane: nothing without a whole block, else up to the last byte of
+    // the last whole block (row 15, column 15 of a 20 x 20 plane).
+    EXPECT_EQ((std::vector<size_t>{0, 0, 0, 316}),
+              (std::vector<size_t>{IQA::BlockSsimReach(7, 64), IQA::BlockSsimReach(64, 7),
+                                   IQA::BlockSsimReach(0, 0), IQA::BlockSsimReach(20, 20)}));
 }
 
 TEST(CompSim, OnlyWholeBlocksOfTheLeadingPlaneCount) {

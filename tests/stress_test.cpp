@@ -219,6 +219,10 @@ TEST(LongRunningHost, HoldsNoDescriptorOrMemoryAcrossRuns) {
         ASSERT_EQ(2u, log.CountMatches([](const std::string& l) {
             return l.rfind("[GetSsim]:GetSsim error: ", 0) == 0;
         })) << run;
+        ASSERT_EQ(0u, log.CountMatches([](const std::string& l) {
+            return l.find("return error(") != std::string::npos;
+        })) << "a refused bounded copy in run "
+            << run;
         for (const std::string name : {"high", "low", "corrupt"}) {
             ASSERT_TRUE(log.Contains("[RemoveFile]: " + BackupThumb(name) + " ok(IQA-getssim-end)"))
                 << name << " in run " << run;

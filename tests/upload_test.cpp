@@ -250,9 +250,10 @@ TEST(FileSource, ReadsThroughOneWindowBothWays) {
     }
     // In the last window, a large request within it, and one past the end.
     all = all && read(0, 12) && read(100, 40000) && read(70000, 33000) && !read(199990, 11);
+    all = all && read(130000, 30000);  // at most half a window: through a window of its own
     IQA::SetFileCallHook(nullptr);
     EXPECT_TRUE(all);
-    EXPECT_EQ((std::vector<size_t>{10, 65536, 65536, 65536, 65536, 33000}), gReads);
+    EXPECT_EQ((std::vector<size_t>{10, 65536, 65536, 65536, 65536, 33000, 65536}), gReads);
 
     // Both sources refuse exactly the reads that do not lie wholly inside the file.
     IQA::MemorySource memory(file.data(), file.size());
