@@ -4,11 +4,14 @@
 # Python module). With
 # --cross aarch64 it also installs what cross-building for the phones' 64-bit ARM CPU and
 # running the tests under emulation needs: Debian's cross compiler, qemu-user and the arm64
-# builds of the libraries (multiarch). Safe to run again: only what is missing is installed.
+# builds of the libraries (multiarch). With --powercut it also installs what the power-cut
+# harness needs (qemu, busybox, the f2fs and ext4 tools, kmod) and fetches Debian's kernel
+# package into build-powercut/kernel. Safe to run again: only what is missing is installed.
 set -euo pipefail
+cd "$(dirname "$0")/.."
 
 usage() {
-    echo "usage: scripts/setup.sh [--cross aarch64]" >&2
+    echo "usage: scripts/setup.sh [--cross aarch64 | --powercut]" >&2
     exit 2
 }
 
@@ -21,8 +24,14 @@ packages=(
   python3-dev pybind11-dev python3-numpy python3-pytest
 )
 foreign=""
+powercut=""
 case "${1:-}" in
   "") [ $# -eq 0 ] || usage ;;
+  --powercut)
+    [ $# -eq 1 ] || usage
+    powercut=yes
+    packages+=(qemu-system-x86 busybox-static f2fs-tools e2fsprogs kmod)
+    ;;
   --cross)
     [ $# -eq 2 ] && [ "$2" = aarch64 ] || usage
     foreign=arm64
@@ -35,17 +44,37 @@ case "${1:-}" in
   *) usage ;;
 esac
 
+sudo_cmd=()
+[ "$(id -u)" -eq 0 ] || sudo_cmd=(sudo)
+export DEBIAN_FRONTEND=noninteractive
+
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
 done
-[ ${#missing[@]} -eq 0 ] && exit 0
-
-sudo_cmd=()
-[ "$(id -u)" -eq 0 ] || sudo_cmd=(sudo)
-export DEBIAN_FRONTEND=noninteractive
-if [ -n "$foreign" ] && ! dpkg --print-foreign-architectures | grep -qx "$foreign"; then
-  "${sudo_cmd[@]}" dpkg --add-architecture "$foreign"
+if [ ${#missing[@]} -gt 0 ]; then
+  if [ -n "$foreign" ] && ! dpkg --print-foreign-architectures | grep -qx "$foreign"; then
+    "${sudo_cmd[@]}" dpkg --add-architecture "$foreign"
+  fi
+  "${sudo_cmd[@]}" apt-get update -qq
+  "${sudo_cmd[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"
 fi
-"${sudo_cmd[@]}" apt-get update -qq
-"${sudo_cmd[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"
+
+# The power-cut harness boots Debian's own kernel under qemu: its package is fetched and unpacked
+# into the build folder with its modules' dependency list, never installed on this machine.
+if [ -n "$powercut" ]; then
+  kernel=build-powercut/kernel
+  if [ ! -d "$kernel/boot" ]; then
+    image=$(apt-cache depends linux-image-amd64 | awk '/Depends: linux-image-/ {print $2; exit}')
+    download=$(mktemp -d)
+    chmod 777 "$download"  # apt's unprivileged downloader writes there
+    if ! (cd "$download" && apt-get download -qq "$image" 2>/dev/null); then
+      "${sudo_cmd[@]}" apt-get update -qq
+      (cd "$download" && apt-get download -qq "$image")
+    fi
+    rm -rf "$kernel" && mkdir -p "$kernel"
+    dpkg-deb -x "$download"/*.deb "$kernel"
+    rm -rf "$download"
+    /sbin/depmod -b "$kernel" "$(ls "$kernel/lib/modules")"
+  fi
+fi
