@@ -8,6 +8,7 @@
 // and the reply's cost. A progressive photo is named WxH-progressive.
 #include <android/log.h>
 #include <unistd.h>
+#include <valgrind/callgrind.h>
 
 #include <algorithm>
 #include <chrono>
@@ -112,6 +113,49 @@ std::string Machine() {
     return model + ", " + std::to_string(sysconf(_SC_NPROCESSORS_ONLN)) + " cores";
 }
 
+// The bound's decode: the photo rows of the reduced rows that hold every byte the SSIM reads,
+// and the columns the reduction reads.
+void DecodeRegion(const Photo& photo, FloorSource source, const int* thumbnail,
+                  iqa_bench::FloorBuffers* buffers) {
+    const int k = photo.width / thumbnail[0];
+    const size_t rowBytes = static_cast<size_t>(thumbnail[0]) * 3;
+    const size_t reduced =
+        (IQA::BlockSsimReach(thumbnail[0], thumbnail[1]) + rowBytes - 1) / rowBytes;
+    const int rows = std::min(photo.height, k * static_cast<int>(reduced));
+    iqa_bench::RegionDecode(iqa_bench::PhotoJpegPath(photo), source, k * thumbnail[0], rows,
+                            buffers);
+}
+
+// Under callgrind started with --collect-atstart=no: the instructions of one batch run of five
+// photos and of one bound decode, per thumbnail size, each collected alone and dumped under the
+// label "batch|bound <thumbnail WxH> <photo>" for scripts/bench.sh to read. A first run of each
+// goes uncounted. Instructions retired do not move with the machine's load.
+void CountInstructions(const Photo& photo) {
+    IQA::IqaTaskManager manager;
+    iqa_bench::FloorBuffers buffers;
+    for (const auto& t : kThumbnails) {
+        const CameraRoot root(photo, t[0], t[1]);
+        const std::string label = std::to_string(t[0]) + "x" + std::to_string(t[1]) + " " +
+                                  iqa_bench::Name(photo);
+        for (const bool counted : {false, true}) {
+            const auto count = [&](const std::string& what, const std::function<void()>& work) {
+                if (counted) {
+                    CALLGRIND_ZERO_STATS;
+                    CALLGRIND_TOGGLE_COLLECT;
+                }
+                work();
+                if (counted) {
+                    CALLGRIND_TOGGLE_COLLECT;
+                    const std::string dump = what + " " + label;  // read when the dump is written
+                    CALLGRIND_DUMP_STATS_AT(dump.c_str());
+                }
+            };
+            count("batch", [&] { BatchRunPerPhoto(manager, root); });
+            count("bound", [&] { DecodeRegion(photo, FloorSource::kMemory, t, &buffers); });
+        }
+    }
+}
+
 void Measure(const Photo& photo, int rounds) {
     IQA::IqaTaskManager manager;
     iqa_bench::FloorBuffers floorBuffers;
@@ -120,14 +164,7 @@ void Measure(const Photo& photo, int rounds) {
         return Milliseconds([&] { iqa_bench::FloorDecode(jpeg, source, &floorBuffers); });
     };
     const auto decodeRegion = [&](FloorSource source, const int* thumbnail) {
-        // The photo rows of the reduced rows that hold every byte the SSIM reads.
-        const int k = photo.width / thumbnail[0];
-        const size_t rowBytes = static_cast<size_t>(thumbnail[0]) * 3;
-        const size_t reduced =
-            (IQA::BlockSsimReach(thumbnail[0], thumbnail[1]) + rowBytes - 1) / rowBytes;
-        const int rows = std::min(photo.height, k * static_cast<int>(reduced));
-        return Milliseconds(
-            [&] { iqa_bench::RegionDecode(jpeg, source, k * thumbnail[0], rows, &floorBuffers); });
+        return Milliseconds([&] { DecodeRegion(photo, source, thumbnail, &floorBuffers); });
     };
     // The floor through both readers; per thumbnail size the batch run, then its region decode
     // through both readers.
@@ -205,10 +242,17 @@ void Profile(const Photo& photo, int variant, int runs) {
 
 constexpr const char* kUsage =
     "usage: iqa_ratio [--rounds N]        (N >= 1, default 11)\n"
+    "       iqa_ratio --instructions      (under callgrind: see scripts/bench.sh)\n"
     "       iqa_ratio --profile P V RUNS  (photo P 0 to 2; V 0: batch runs with a 1280x960\n"
     "                                      thumbnail, 1: with a 320x240 one, 2: floor decodes)\n";
 
 int Run(int argc, char** argv) {
+    if (argc == 2 && std::strcmp(argv[1], "--instructions") == 0) {
+        for (const Photo& photo : iqa_bench::Photos()) {
+            CountInstructions(photo);
+        }
+        return 0;
+    }
     if (argc == 5 && std::strcmp(argv[1], "--profile") == 0) {
         const int p = std::atoi(argv[2]), v = std::atoi(argv[3]);
         if (p < 0 || p >= static_cast<int>(iqa_bench::Photos().size()) || v < 0 || v > 2) {

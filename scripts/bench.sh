@@ -3,7 +3,9 @@
 # libjpeg decode) and a batch run per photo for each thumbnail size, in alternating rounds in one
 # process, medians printed as "ratio <thumbnail> <photo> <batch ms> <floor ms> <ratio>"; then the
 # Google Benchmark suite of the parts. Extra arguments go to iqa_ratio (for example --rounds 21).
-# iqa_scan_ratio then measures iqa scan over a phone's folder the same way.
+# iqa_scan_ratio then measures iqa scan over a phone's folder the same way, and callgrind counts
+# the instructions of a batch run and of the bound: "instructions <thumbnail> <photo> <batch per
+# photo> <bound> <ratio>".
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/setup.sh
@@ -14,6 +16,17 @@ cmake --build "$build" --target iqa_ratio iqa_scan_ratio iqa_bench
 "$build/bench/iqa_ratio" "$@"
 echo
 "$build/bench/iqa_scan_ratio"
+echo
+# Instructions retired, which a busy host cannot move: callgrind counts one batch run of five
+# photos (per photo below) and one bound decode, each alone, per thumbnail size and photo.
+counts=$(mktemp -d)
+valgrind --tool=callgrind --collect-atstart=no --callgrind-out-file="$counts/out.%p" \
+  "$build/bench/iqa_ratio" --instructions >/dev/null 2>&1
+awk '/^desc: Trigger: Client Request: / {kind = $5; what = $6 " " $7}
+     /^totals: / {n[kind " " what] = $2; whats[what] = 1}
+     END {for (w in whats) printf "instructions %s %.0f %.0f %.3f\n", w, n["batch " w] / 5,
+          n["bound " w], n["batch " w] / 5 / n["bound " w]}' "$counts"/out.* | sort -k3,3 -k2,2r
+rm -rf "$counts"
 echo
 "$build/bench/iqa_bench" --benchmark_min_time=0.5 --benchmark_repetitions=3 \
   --benchmark_report_aggregates_only=true

@@ -19,7 +19,7 @@ packages=(
   build-essential cmake ninja-build pkg-config git
   clang libclang-rt-dev clang-format
   libjpeg62-turbo-dev libsafec-dev android-liblog-dev
-  libgtest-dev libgmock-dev libbenchmark-dev
+  libgtest-dev libgmock-dev libbenchmark-dev valgrind
   libcli11-dev nlohmann-json3-dev libpng-dev chromium
   python3-dev pybind11-dev python3-numpy python3-pytest
 )
