@@ -48,10 +48,15 @@ Result Shell(const std::string& command, bool withErrors) {
     return result;
 }
 
-// iqa, in the folder given (else here); one that hangs is ended after a minute.
-const std::string kIqa = "timeout -k 5 60 " + std::string(IQA_CLI) + " ";
-Result Iqa(const std::string& arguments, bool withErrors = false, const std::string& in = "") {
-    return Shell((in.empty() ? "" : "cd " + in + " && ") + kIqa + arguments, withErrors);
+// iqa, in the folder given (else here); one that hangs is ended after `seconds`.
+std::string IqaCommand(int seconds = 60) {
+    return "timeout -k 5 " + std::to_string(seconds) + " " + std::string(IQA_CLI) + " ";
+}
+// `iqa sample` encodes 12-megapixel photos: minutes under emulation on another architecture.
+Result Iqa(const std::string& arguments, bool withErrors = false, const std::string& in = "",
+           int seconds = 60) {
+    return Shell((in.empty() ? "" : "cd " + in + " && ") + IqaCommand(seconds) + arguments,
+                 withErrors);
 }
 
 std::map<std::string, json> PhotosOf(const json& run) {
@@ -156,7 +161,8 @@ TEST_F(Tools, RunReportsEachOutcomeAsATableJsonAndCsv) {
         << csv.out;
     EXPECT_NE(std::string::npos, csv.out.find("\nc_nothumb,,,,,no result,no thumbnail in the "
                                               "cache folder,none,0,\n"));
-    const Result table = Shell("script -qec '" + kIqa + " run " + Root() + "' /dev/null", true);
+    const Result table =
+        Shell("script -qec '" + IqaCommand() + " run " + Root() + "' /dev/null", true);
     EXPECT_NE(std::string::npos, table.out.find("] 6/6 ")) << "progress bar on a terminal";
     EXPECT_NE(std::string::npos,
               table.out.find("\033[Kphoto      compared  ssim      verdict    record            "
@@ -396,7 +402,7 @@ TEST_F(Tools, InspectListsTheLibrarysRecordAndRejectsOthersUntouched) {
 // its page shows each flagged photo beside its preview.
 TEST_F(Tools, ScanListsWhatThePhoneFlaggedAndTouchesNothing) {
     const std::string root = dir.File("pulled"), camera = root + "/" + iqa_test::kCamera;
-    ASSERT_EQ(0, Iqa("sample " + root).status);
+    ASSERT_EQ(0, Iqa("sample " + root, false, "", 400).status);
     const json run = json::parse(Iqa("run --json " + root).out);
     Bytes torn = iqa_test::ReadFile(camera + "/IMG_20261122_091002.jpg");
     std::fill(torn.end() - 60, torn.end(), 0);
