@@ -9,12 +9,17 @@
 //   WORK seed op       dumps and batch runs for ever, op numbers from `op` on, each announced
 //                      ("BEGIN op photo") and finished ("END op photo <its dump's last line>");
 //                      until the harness cuts the power
+//   CONTROL seed op    the same, but each dump rewrites the photo in place with no journal, as a
+//                      writer of image metadata does: the control that shows the check sees tears
 // Every line the library logs is passed on as "LOG <line>".
 #include <android/log.h>
+#include <fcntl.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <iostream>
 #include <random>
 #include <sstream>
@@ -42,9 +47,13 @@ const Bytes kCameraRecord(40, 7), kOther(9, 8);
 
 std::string gLastDumpLine;  // the dump's last line, for END
 
+// Returns once the line has left the machine: a serial console sends what it is given later, and
+// whatever the driver or the library does after a line must not reach the disk before the
+// harness can have read the line.
 void Say(const std::string& line) {
     printf("@@ %s\n", line.c_str());
     fflush(stdout);
+    tcdrain(STDOUT_FILENO);  // fails harmlessly where standard output is no terminal
 }
 
 void PassOn(const struct __android_logger_data*, const char* message) {
@@ -207,7 +216,15 @@ bool CheckPhoto(uint32_t seed, const std::string& token) {
         iqa_tools::ReadWholeFile(
             std::string(IQA::kBackupFolder) + "/" + name + IQA::kThumbnailSuffix, &backed);
         if (cached != expected && backed != expected) {
-            Say("LOST " + name);
+            for (const char* folder : {IQA::kCacheFolder, IQA::kBackupFolder}) {
+                std::string names;
+                for (const auto& e : std::filesystem::directory_iterator(folder)) {
+                    names += " " + e.path().filename().string();
+                }
+                Say(std::string("HOLDS ") + folder + ":" + names);
+            }
+            Say("LOST " + name + ": the cache holds " + std::to_string(cached.size()) +
+                " bytes of it, the backup folder " + std::to_string(backed.size()));
             return false;
         }
     }
@@ -231,11 +248,29 @@ void Check(uint32_t seed, std::istringstream& tokens) {
     Say("OK CHECK " + std::to_string(failed));
 }
 
-void DumpOp(uint32_t seed, long op, const std::string& name) {
+// The control's dump: the photo's new bytes written over it from the insertion point on, then
+// synced, and the line a successful dump logs.
+void DumpInPlace(const std::string& name, const Record& r) {
+    Bytes photo;
+    iqa_tools::ReadWholeFile(Photo(name), &photo);
+    const size_t at = photo.size() - (kCameraRecord.size() + 12 + kOther.size() + 24);
+    const Bytes updated = iqa_ref::WithRecord(photo, at, r.custom, r.descriptor);
+    const IQA::ScopedFd fd(IQA::OpenRegularFile(Photo(name).c_str(), O_RDWR));
+    if (fd.get() >= 0 && IQA::WriteFully(fd.get(), at, updated.data() + at, updated.size() - at) &&
+        IQA::SyncFile(fd.get())) {
+        gLastDumpLine = "save custombuffer in " + Photo(name);
+    }
+}
+
+void DumpOp(uint32_t seed, long op, const std::string& name, bool inPlace) {
     Say("BEGIN " + std::to_string(op) + " " + name);
     Record r = DumpRecord(seed, op);
     gLastDumpLine.clear();
-    IQA::IqaUpLoad().SaveCustomBuffer(Photo(name), r.custom.data(), &r.descriptor);
+    if (inPlace) {
+        DumpInPlace(name, r);
+    } else {
+        IQA::IqaUpLoad().SaveCustomBuffer(Photo(name), r.custom.data(), &r.descriptor);
+    }
     Say("END " + std::to_string(op) + " " + name + " " + gLastDumpLine);
 }
 
@@ -256,13 +291,13 @@ void BatchOp(uint32_t seed, long op, const std::string& name, IQA::IqaTaskManage
 
 // Records come from the camera root's seed, so that a later boot can check them; the choice of
 // photos from the session's.
-void Work(uint32_t seed, uint32_t session, long op) {
+void Work(uint32_t seed, uint32_t session, long op, bool inPlace) {
     std::mt19937 rng(session);
     IQA::IqaTaskManager manager;
     for (;; ++op) {
         const unsigned pick = rng() % (kDumpPhotos + kBatchPhotos);
         if (pick < kDumpPhotos) {
-            DumpOp(seed, op, Name('D', static_cast<int>(pick)));
+            DumpOp(seed, op, Name('D', static_cast<int>(pick)), inPlace);
         } else {
             BatchOp(seed, op, Name('B', static_cast<int>(pick - kDumpPhotos)), manager);
         }
@@ -287,11 +322,11 @@ int main() {
             Recover();
         } else if (command == "CHECK") {
             Check(seed, words);
-        } else if (command == "WORK") {
+        } else if (command == "WORK" || command == "CONTROL") {
             uint32_t session = 0;
             long op = 0;
             words >> session >> op;
-            Work(seed, session, op);
+            Work(seed, session, op, command == "CONTROL");
         } else if (!command.empty()) {
             Say("ERR unknown command " + command);
         }
