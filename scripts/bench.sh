@@ -22,8 +22,9 @@ echo
 counts=$(mktemp -d)
 valgrind --tool=callgrind --collect-atstart=no --callgrind-out-file="$counts/out.%p" \
   "$build/bench/iqa_ratio" --instructions >/dev/null 2>&1
-awk '/^desc: Trigger: Client Request: / {kind = $5; what = $6 " " $7}
-     /^totals: / {n[kind " " what] = $2; whats[what] = 1}
+awk 'FNR == 1 {kind = ""}
+     /^desc: Trigger: Client Request: / {kind = $5; what = $6 " " $7}
+     /^totals: / && kind != "" {n[kind " " what] = $2; whats[what] = 1}
      END {for (w in whats) printf "instructions %s %.0f %.0f %.3f\n", w, n["batch " w] / 5,
           n["bound " w], n["batch " w] / 5 / n["bound " w]}' "$counts"/out.* | sort -k3,3 -k2,2r
 rm -rf "$counts"

@@ -114,6 +114,21 @@ class Tools : public ::testing::Test {
         return before;
     }
 
+    // The page's DOM after loading in headless Chromium, in a laptop's 1400-pixel-wide window,
+    // with `script` (the test's measurements) appended to it.
+    Result BrowserDom(const std::string& page, const std::string& script) {
+        EXPECT_EQ(0, access("/usr/bin/chromium", X_OK)) << "chromium missing: run scripts/setup.sh";
+        Bytes measured = iqa_test::ReadFile(page);
+        measured.insert(measured.end(), script.begin(), script.end());
+        iqa_test::WriteFile(dir.File("measured.html"), measured);
+        return Shell(
+            "/usr/bin/chromium --headless --no-sandbox --disable-gpu --disable-quic --no-first-run "
+            "--disable-background-networking --disable-component-update --disable-sync "
+            "--window-size=1400,900 --user-data-dir=" +
+                dir.File("browser") + " --dump-dom file://" + dir.File("measured.html"),
+            false);
+    }
+
     iqa_test::TempDir dir;
     const Bytes scene = iqa_tools::RenderScene(320, 240, 1);
     const Bytes other = iqa_tools::RenderScene(320, 240, 2);
@@ -291,23 +306,13 @@ TEST_F(Tools, ReportShowsEveryPhotoAndImageInABrowser) {
     ASSERT_EQ(0, Iqa("run " + Root()).status);
     const Result report = Iqa("report " + Root() + " -o " + dir.File("report.html"));
     ASSERT_EQ((Result{0, dir.File("report.html") + "\n"}), report);
-    ASSERT_EQ(0, access("/usr/bin/chromium", X_OK)) << "chromium is missing: run scripts/setup.sh";
-    // In a laptop's 1400-pixel-wide window, with the page's width noted by a script of the test's.
-    Bytes page = iqa_test::ReadFile(dir.File("report.html"));
-    const std::string measure =
+    const Result dom = BrowserDom(
+        dir.File("report.html"),
         "<script>addEventListener('load', () => {document.body.dataset.fit = "
         "document.documentElement.scrollWidth <= innerWidth; document.body.dataset.wrapped = "
         "[...document.querySelectorAll('.note')].every(n => n.scrollWidth <= n.clientWidth && "
         "n.getBoundingClientRect().right <= n.closest('td').getBoundingClientRect().right)})"
-        "</script>";
-    page.insert(page.end(), measure.begin(), measure.end());
-    iqa_test::WriteFile(dir.File("measured.html"), page);
-    const Result dom = Shell(
-        "/usr/bin/chromium --headless --no-sandbox --disable-gpu --disable-quic --no-first-run "
-        "--disable-background-networking --disable-component-update --disable-sync "
-        "--window-size=1400,900 --user-data-dir=" +
-            dir.File("browser") + " --dump-dom file://" + dir.File("measured.html"),
-        false);
+        "</script>");
     ASSERT_EQ(0, dom.status);
     EXPECT_NE(std::string::npos, dom.out.find("data-fit=\"true\"")) << "the page is wider";
     EXPECT_NE(std::string::npos, dom.out.find("data-wrapped=\"true\"")) << "a note runs over";
@@ -481,18 +486,10 @@ TEST_F(Tools, ScanListsWhatThePhoneFlaggedAndTouchesNothing) {
         Iqa("scan " + dir.File("none"), true));
 
     // The page, in a 1400-pixel window: flagged photos first, each with its three images.
-    Bytes page = iqa_test::ReadFile(dir.File("scan.html"));
-    const std::string measure =
-        "<script>addEventListener('load', () => document.body.dataset.fit = "
-        "document.documentElement.scrollWidth <= innerWidth)</script>";
-    page.insert(page.end(), measure.begin(), measure.end());
-    iqa_test::WriteFile(dir.File("measured.html"), page);
-    const Result dom = Shell(
-        "/usr/bin/chromium --headless --no-sandbox --disable-gpu --disable-quic --no-first-run "
-        "--disable-background-networking --disable-component-update --disable-sync "
-        "--window-size=1400,900 --user-data-dir=" +
-            dir.File("browser") + " --dump-dom file://" + dir.File("measured.html"),
-        false);
+    const Result dom =
+        BrowserDom(dir.File("scan.html"),
+                   "<script>addEventListener('load', () => document.body.dataset.fit "
+                   "= document.documentElement.scrollWidth <= innerWidth)</script>");
     ASSERT_EQ(0, dom.status);
     EXPECT_NE(std::string::npos, dom.out.find("data-fit=\"true\"")) << "the page is wider";
     EXPECT_EQ(std::string::npos, dom.out.find("class=\"broken\"")) << "an image not shown";
