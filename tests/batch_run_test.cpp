@@ -8,6 +8,7 @@
 #include "IqaCompSim.h"
 #include "IqaProcessData.h"
 #include "IqaTaskManager.h"
+#include "common/JpegStream.h"
 #include "process/BlockSsim.h"
 #include "process/PairRecord.h"
 #include "process/Preparation.h"
@@ -457,6 +458,37 @@ TEST_F(DemandDriven, DamageAnywhereGivesTheOutcomeOfAWholeDecode) {
             const auto batch = Batch(photo, false);
             EXPECT_EQ(Batch(photo, true), batch) << what;
             EXPECT_TRUE(&f.photo != &hdr || batch.second.size() > photo.size()) << what;
+        }
+    }
+}
+
+// The check that lets a batch run stop decoding, fed its data split at every byte: the verdict,
+// and when it stops asking for more, do not depend on where libjpeg's reads happen to end.
+TEST(ScanCheck, TheVerdictDoesNotDependOnWhereReadsEnd) {
+    const struct {
+        const char* name;
+        unsigned interval;
+        uint64_t mcus;  // with an interval of 2, 6 MCUs make two restart markers
+        Bytes data;
+        size_t end;  // the byte that ends the data: the code after an 0xFF that is neither a
+                     // stuffed byte nor the next restart (fill bytes passed over)
+        bool eoi;
+    } cases[] = {
+        {"stuffed", 0, 1, {1, 0xFF, 0x00, 2, 0xFF, 0xFF, 0x00, 3, 0xFF, 0xD9}, 9, true},
+        {"restarts_in_order", 2, 6, {1, 0xFF, 0xD0, 2, 0xFF, 0xD1, 3, 0xFF, 0xD9}, 8, true},
+        {"restarts_out_of_order", 2, 6, {1, 0xFF, 0xD1, 2, 0xFF, 0xD0, 3, 0xFF, 0xD9}, 2, false},
+        {"a_restart_missing", 2, 6, {1, 0xFF, 0xD0, 2, 0xFF, 0xD9}, 5, false},
+        {"another_marker", 0, 1, {1, 0xFF, 0xC4, 0xFF, 0xD9}, 2, false},
+        {"no_end", 0, 1, {1, 0xFF, 0x00, 2, 0xFF}, 5, false},
+    };
+    for (const auto& c : cases) {
+        for (size_t split = 0; split <= c.data.size(); ++split) {
+            IQA::ScanCheck check(c.interval, c.mcus);
+            EXPECT_EQ(split <= c.end, check.Feed(c.data.data(), split)) << c.name << " " << split;
+            EXPECT_EQ(c.end == c.data.size(),
+                      check.Feed(c.data.data() + split, c.data.size() - split))
+                << c.name << " " << split;
+            EXPECT_EQ(c.eoi, check.EndsAtEoi()) << c.name << " " << split;
         }
     }
 }

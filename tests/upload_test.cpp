@@ -106,8 +106,8 @@ TEST_F(Dump, WritesOnlyIntoAWholeTrailer) {
     const Bytes gain = iqa_tools::EncodeJpeg(iqa_test::RandomBytes(10 * 6, 7), 10, 6, 1, 80);
     const Bytes depth = iqa_tools::EncodeJpeg(iqa_test::RandomBytes(8 * 8, 8), 8, 8, 1, 80);
     const Bytes hdr = iqa_tools::MultiPictureJpeg(jpeg({}), {{0, gain}});
-    const Bytes sloppy = iqa_tools::MultiPictureJpeg(jpeg({true, 0, false}),
-                                                     {{0x020002, depth}, {0, gain}}, {true, 70});
+    const Bytes sloppy = iqa_tools::MultiPictureJpeg(
+        jpeg({true, 0, false}), {{0x020002, depth}, {0, gain}}, {true, 70, true});
     Bytes intoGainMap = Concat({hdr, trailer});  // the record's length reaches into the gain map
     IQA::StoreLE32(&intoGainMap[hdr.size() + record.size()], record.size() + 9);
     Bytes flipped = photo;  // the record's length points into the JPEG's entropy-coded data

@@ -2,6 +2,7 @@
 #include "tools/files/CameraFiles.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <csetjmp>
 #include <cstdio>
@@ -152,8 +153,11 @@ Bytes MultiPictureJpeg(const Bytes& primary, const std::vector<FurtherImage>& fu
     Put(&index, 8, 4, big);  // the IFD, right behind the TIFF header
     Put(&index, 3, 2, big);
     // Tag, type, count, value: the version (four bytes, "0100"), the image count, the entries.
-    const uint32_t tags[][4] = {
+    std::vector<std::array<uint32_t, 4>> tags = {
         {0xB000, 7, 4, 0}, {0xB001, 4, 1, count}, {0xB002, 7, 16 * count, kPictureEntriesAt}};
+    if (options.imageListFirst) {
+        std::rotate(tags.begin(), tags.end() - 1, tags.end());
+    }
     for (const auto& tag : tags) {
         Put(&index, tag[0], 2, big);
         Put(&index, tag[1], 2, big);

@@ -66,6 +66,7 @@ struct FurtherImage {
 struct MultiPictureOptions {
     bool bigEndian = false;
     uint32_t primarySizeError = 0;  // added to the primary's size, as sloppy writers do
+    bool imageListFirst = false;    // the image list as the index's first tag, out of tag order
 };
 constexpr size_t kPictureEntriesAt = 50;
 Bytes MultiPictureJpeg(const Bytes& primary, const std::vector<FurtherImage>& further,
