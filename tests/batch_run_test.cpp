@@ -232,7 +232,11 @@ TEST_F(BatchRun, AMixedBatchLogsEachPhotoAsItsOwnRunDoes) {
         Bytes photo;
         int tw, th;
     } photos[] = {
-        {"odd", iqa_test::CameraPhoto(iqa_tools::RenderScene(1003, 133, 5), 1003, 133), 100, 13},
+        // Progressive, so decoded to its end: its last row is the first the SSIM does not need.
+        {"odd",
+         iqa_test::CameraPhoto(iqa_tools::RenderScene(1003, 31, 5), 1003, 31, Bytes(40, 7),
+                               Bytes(9, 8), {true, 0, false}),
+         100, 13},
         {"cut", Bytes(whole.begin(), whole.begin() + static_cast<long>(whole.size() * 9 / 10)), 64,
          12},
         {"damaged", damaged, 64, 12},
@@ -259,6 +263,31 @@ TEST_F(BatchRun, AMixedBatchLogsEachPhotoAsItsOwnRunDoes) {
         alone.insert(alone.end(), lines.begin(), lines.end());
     }
     EXPECT_EQ(alone, run(names));
+}
+
+// A host's node, after the library's own stages: the thumbnail's buffer must read as cleared
+// behind the bytes this photo's thumbnail wrote (its raw 4 bytes a pixel, compacted in place),
+// photo after photo.
+TEST_F(BatchRun, AHostsNodeSeesBuffersClearedBehindThePhotosPixels) {
+    struct Observer : IQA::IqaProcessNode {
+        bool ProcessImage(IqaImageInfo& info) override {
+            unsigned char* behind =
+                info.thumbBuffer + static_cast<size_t>(info.thumbWidth) * info.thumbHeight * 4;
+            cleared.push_back(std::all_of(behind, info.thumbBuffer + info.bufferSize,
+                                          [](unsigned char b) { return b == 0; }));
+            return true;
+        }
+        std::vector<bool> cleared;
+    };
+    const auto observer = std::make_shared<Observer>();
+    manager.AddIqaProcessNode(observer);
+    for (const std::string name : {"p1", "p2", "p3"}) {
+        AddPhoto(name, 64, 48, 3);
+        AddThumb(name, 16, 12, iqa_test::RandomBytes(16 * 12 * 3, 4));
+    }
+    Register({"p1", "p2", "p3"});
+    manager.BeginProcess();
+    EXPECT_EQ(std::vector<bool>(3, true), observer->cleared);
 }
 
 // The entropy-coded data of a JPEG's last scan: from the end of its SOS segment to the marker
