@@ -204,18 +204,16 @@ bool LockExclusive(int fd, std::chrono::milliseconds wait) {
 }
 
 bool ReserveSpace(int fd, uint64_t offset, uint64_t length) {
-    if (Intercept({FileCall::kAllocate, fd, nullptr, nullptr, offset}) != 0) {
-        return false;
-    }
+    int error = Intercept({FileCall::kAllocate, fd, nullptr, nullptr, offset});
 #ifdef FALLOC_FL_KEEP_SIZE
-    if (fallocate(fd, FALLOC_FL_KEEP_SIZE, static_cast<off_t>(offset),
-                  static_cast<off_t>(length)) != 0) {
-        return errno == EOPNOTSUPP || errno == ENOSYS;
+    if (error == 0 && fallocate(fd, FALLOC_FL_KEEP_SIZE, static_cast<off_t>(offset),
+                                static_cast<off_t>(length)) != 0) {
+        error = errno;
     }
 #else
-    (void)fd, (void)offset, (void)length;
+    (void)length;
 #endif
-    return true;
+    return error == 0 || error == EOPNOTSUPP || error == ENOSYS;
 }
 
 bool RenameFile(const char* from, const char* to) {

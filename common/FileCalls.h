@@ -91,7 +91,8 @@ bool SyncFolder(const char* folder);
 // file system has no locks to take; false, with errno EWOULDBLOCK, when the wait ran out.
 bool LockExclusive(int fd, std::chrono::milliseconds wait);
 // Reserves storage for bytes [offset, offset + length) without changing the file's length, so a
-// full disk shows before anything is written. A file system that cannot reserve counts as done.
+// full disk shows before anything is written. A file system that cannot reserve (EOPNOTSUPP,
+// ENOSYS: FAT, some FUSE ones) counts as done; the hook's error counts as the call's own.
 bool ReserveSpace(int fd, uint64_t offset, uint64_t length);
 bool RenameFile(const char* from, const char* to);
 // True when `path` is gone afterwards (ENOENT counts as done).

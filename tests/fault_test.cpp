@@ -12,6 +12,7 @@
 
 #include <fcntl.h>
 
+#include <atomic>
 #include <csignal>
 #include <filesystem>
 #include <functional>
@@ -140,6 +141,35 @@ TEST_F(Faults, FileSizeLimitDuringTheDump) {
                                  PhotoPath(name) + "."));
         ExpectUnchangedOrOneRecord(name, false);
     }
+}
+
+// A reservation the file system cannot make does not stop a dump; one it refuses does, with
+// the line that says why, and the photo is left as it was.
+TEST_F(Faults, AReservationUnsupportedOrRefused) {
+    static std::atomic<int> refusal{0};
+    IQA::SetFileCallHook([](const IQA::FileCallInfo& info, size_t*) {
+        return info.call == IQA::FileCall::kAllocate ? refusal.load() : 0;
+    });
+    const struct {
+        int error;
+        const char* line;  // before the photo's path
+        bool dumped;
+    } cases[] = {{EOPNOTSUPP, "save custombuffer in ", true},
+                 {ENOSYS, "save custombuffer in ", true},
+                 {ENOSPC, "IqaUpLoad SaveBuffer: no space to grow ", false},
+                 {EDQUOT, "IqaUpLoad SaveBuffer: no space to grow ", false},
+                 {EIO, "IqaUpLoad SaveBuffer: Failed to write ", false}};
+    for (const auto& c : cases) {
+        const std::string name = "r" + std::to_string(c.error);
+        AddPhoto(name, false);
+        refusal = c.error;
+        manager.BeginProcess();
+        EXPECT_EQ(1, log.CountMatches([&](const std::string& l) {
+            return l.rfind("[SaveCustomBuffer]:" + std::string(c.line) + PhotoPath(name), 0) == 0;
+        })) << c.error;
+        ExpectUnchangedOrOneRecord(name, c.dumped);
+    }
+    IQA::SetFileCallHook(nullptr);
 }
 
 // Every file the library opens must be a regular file, opened without waiting, and no registered
