@@ -46,20 +46,27 @@ constexpr int Index(int o, int j, int v) {
     return lane / 16 == v ? 16 + lane % 16 : j;
 }
 
+// Each vector is loaded into its own variable: loaded as an array, they went through the stack.
+inline Bytes16 Load(const unsigned char* from) {
+    Bytes16 v;
+    std::memcpy(&v, from, sizeof v);
+    return v;
+}
+
+// Output vector O of the 16 pixels whose totals start at `totals`, stored to `out`.
 template <int K, int O, size_t... J>
-inline Bytes16 Vector(const unsigned char* totals, std::index_sequence<J...>) {
+inline void Vector(const unsigned char* totals, unsigned char* out, std::index_sequence<J...>) {
     constexpr int kLoads = Loads<K>(O);
     static_assert(kLoads >= 2 && kLoads <= 4, "a vector draws on two to four loads");
-    Bytes16 v[kLoads];
-    std::memcpy(v, totals + From<K>(O), sizeof v);
-    Bytes16 out = __builtin_shufflevector(v[0], v[1], Index<K>(O, J, 1)...);
+    const unsigned char* from = totals + From<K>(O);
+    Bytes16 v = __builtin_shufflevector(Load(from), Load(from + 16), Index<K>(O, J, 1)...);
     if constexpr (kLoads > 2) {
-        out = __builtin_shufflevector(out, v[2], Index<K>(O, J, 2)...);
+        v = __builtin_shufflevector(v, Load(from + 32), Index<K>(O, J, 2)...);
     }
     if constexpr (kLoads > 3) {
-        out = __builtin_shufflevector(out, v[3], Index<K>(O, J, 3)...);
+        v = __builtin_shufflevector(v, Load(from + 48), Index<K>(O, J, 3)...);
     }
-    return out;
+    std::memcpy(out + 16 * O, &v, sizeof v);
 }
 
 // The last totals byte a run of 16 pixels loads.
@@ -79,9 +86,9 @@ inline void PickPixels(const unsigned char* totals, int pixels, int count, unsig
     int p = 0;
     for (; p + 16 <= pixels && 3 * K * p + LastLoaded<K>() < count; p += 16) {
         const unsigned char* from = totals + 3 * K * p;
-        const Bytes16 picked[3] = {Vector<K, 0>(from, kLanes), Vector<K, 1>(from, kLanes),
-                                   Vector<K, 2>(from, kLanes)};
-        std::memcpy(out + 3 * p, picked, sizeof picked);
+        Vector<K, 0>(from, out + 3 * p, kLanes);
+        Vector<K, 1>(from, out + 3 * p, kLanes);
+        Vector<K, 2>(from, out + 3 * p, kLanes);
     }
     for (; p < pixels; ++p) {
         std::memcpy(out + 3 * p, totals + 3 * K * p, 3);
