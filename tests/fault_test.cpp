@@ -260,7 +260,7 @@ int FailOneKind(const IQA::FileCallInfo& info, size_t*) {
 
 // The RAII helpers close exactly what they opened: never a descriptor of the host's (0 stands
 // for any) when they never opened one, the one a failed stream leaves, the file a moved-in one
-// replaces.
+// replaces, descriptor 0 when it was theirs.
 TEST(Raii, HelpersCloseExactlyWhatTheyOpened) {
     const iqa_test::TempDir dir;
     const std::string file = dir.File("f");
@@ -301,6 +301,14 @@ TEST(Raii, HelpersCloseExactlyWhatTheyOpened) {
         EXPECT_NE(-1, fcntl(0, F_GETFD)) << c.what << ": closed a descriptor it never opened";
         EXPECT_EQ(descriptors, iqa_test::OpenDescriptors()) << c.what << ": left one open";
     }
+    // A host without standard input: a file the helpers open gets descriptor 0, and is closed
+    // like any other.
+    close(0);
+    {
+        const IQA::ScopedFd fd(IQA::OpenRegularFile(file.c_str(), O_RDONLY));
+        EXPECT_EQ(0, fd.get());
+    }
+    EXPECT_EQ(-1, fcntl(0, F_GETFD)) << "left descriptor 0 open";
     dup2(saved, 0);
     close(saved);
 }
