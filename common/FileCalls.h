@@ -33,12 +33,11 @@ enum class FileCall {
 // holds after any call (which file each write goes to, which folder's entries a sync keeps).
 struct FileCallInfo {
     FileCall call;
-    int fd = -1;                 // the open file a read, write, sync or allocation is on
-    const char* path = nullptr;  // the name opened, created, unlinked, made, synced (a folder)
-                                 // or renamed
-    const char* to = nullptr;    // a rename's new name
-    uint64_t offset = 0;         // where a read or write starts
-    const void* data = nullptr;  // what a write writes
+    int fd;              // the open file a read, write, sync or allocation is on, else -1
+    const char* path{};  // the name opened, created, unlinked, made, synced (a folder) or renamed
+    const char* to{};    // a rename's new name
+    uint64_t offset{};   // where a read, write or allocation starts
+    const void* data{};  // what a write writes
 };
 
 // Runs before every call below. Returns 0 to let it go ahead, or an errno value the call then

@@ -260,7 +260,7 @@ int FailOneKind(const IQA::FileCallInfo& info, size_t*) {
 
 // The RAII helpers close exactly what they opened: never a descriptor of the host's (0 stands
 // for any) when they never opened one, the one a failed stream leaves, the file a moved-in one
-// replaces, descriptor 0 when it was theirs.
+// replaces (itself: none), descriptor 0 when it was theirs.
 TEST(Raii, HelpersCloseExactlyWhatTheyOpened) {
     const iqa_test::TempDir dir;
     const std::string file = dir.File("f");
@@ -289,6 +289,13 @@ TEST(Raii, HelpersCloseExactlyWhatTheyOpened) {
              IQA::ScopedFile kept(file.c_str());
              kept = IQA::ScopedFile(file.c_str());
              return static_cast<bool>(kept);
+         }},
+        {"a file moved onto itself", IQA::FileCall::kMakeFolder,
+         [&] {
+             IQA::ScopedFile kept(file.c_str());
+             IQA::ScopedFile& same = kept;
+             kept = std::move(same);
+             return fgetc(kept.get()) == 1;
          }},
     };
     const size_t descriptors = iqa_test::OpenDescriptors();

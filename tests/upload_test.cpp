@@ -265,6 +265,18 @@ TEST(FileSource, ReadsThroughOneWindowBothWays) {
     }
 }
 
+// The trailer's and the journal's integers: exactly their own bytes, lowest first, and nothing
+// of the bytes beside them.
+TEST(LittleEndian, StoresExactlyItsOwnBytes) {
+    Bytes four(6, 0xAA), eight(10, 0xAA);
+    IQA::StoreLE32(&four[1], 0x01020304u);
+    IQA::StoreLE64(&eight[1], 0x0102030405060708u);
+    EXPECT_EQ((Bytes{0xAA, 4, 3, 2, 1, 0xAA}), four);
+    EXPECT_EQ((Bytes{0xAA, 8, 7, 6, 5, 4, 3, 2, 1, 0xAA}), eight);
+    EXPECT_EQ(0x01020304u, IQA::LoadLE32(&four[1]));
+    EXPECT_EQ(0x0102030405060708u, IQA::LoadLE64(&eight[1]));
+}
+
 TEST(BigData, RecordFieldsAndService) {
     iqa_test::LogCapture log;
     MCS::RecordingService service;

@@ -60,7 +60,7 @@ struct TrailerRecord {
 struct TrailerChain {
     uint32_t otherLength{};
     std::vector<TrailerRecord> records;  // the file's last record first
-    uint64_t imageEnd = 0;               // where a whole chain closes
+    uint64_t imageEnd{};                 // where a whole chain closes
     const char* problem = nullptr;       // why the chain is not whole; null when it is
 };
 
