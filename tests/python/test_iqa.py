@@ -88,6 +88,13 @@ def test_run_inspect_extract_and_recover_give_the_programs_results(sample, tmp_p
         assert preview.shape == (image["height"], image["width"], 3)
         assert preview.dtype == np.uint8
     assert iqa.recover(str(roots[1])) == {"completed": 0, "discarded": 0, "kept": 0, "lines": []}
+    # An empty journal, which only damage leaves, is discarded and counted.
+    journal = roots[1] / CAMERA / "iqathumb" / (inserted[0] + ".jpg.iqajournal")
+    journal.parent.mkdir(exist_ok=True)
+    journal.write_bytes(b"")
+    recovered = iqa.recover(str(roots[1]))
+    assert (recovered["completed"], recovered["discarded"], recovered["kept"]) == (0, 1, 0)
+    assert len(recovered["lines"]) == 1
     # The scan of what the run left, as the program prints it; previews only on request.
     scanned = iqa.scan(str(roots[1]), previews=True)
     assert {k: v for k, v in scanned.items() if k != "photos"} == {
