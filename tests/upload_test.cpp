@@ -79,12 +79,22 @@ Bytes WithExifThumbnail(const Bytes& jpeg) {
     return Concat({{0xFF, 0xD8}, segment, {0xFF, 0xFF}, Bytes(jpeg.begin() + 2, jpeg.end())});
 }
 
-// The multi-picture index's entry for the photo's second image: its size, then its offset from
-// the index's byte-order mark, as 32-bit little-endian fields.
-unsigned char* SecondEntry(Bytes& photo) {
+// The byte-order mark of the photo's multi-picture index (little-endian), where its offsets start.
+unsigned char* IndexMark(Bytes& photo) {
     const char mark[] = "MPF";
-    const auto at = std::search(photo.begin(), photo.end(), mark, mark + 4);
-    return &*at + 4 + iqa_tools::kPictureEntriesAt + 16 + 4;
+    return &*std::search(photo.begin(), photo.end(), mark, mark + 4) + 4;
+}
+
+// The index's entry for the photo's second image: its size, then its offset from the mark, as
+// 32-bit little-endian fields.
+unsigned char* SecondEntry(Bytes& photo) {
+    return IndexMark(photo) + iqa_tools::kPictureEntriesAt + 16 + 4;
+}
+
+// A two-image index whose first IFD is its last two bytes: a count of no tags, just inside.
+Bytes WithEmptyFirstIfd(Bytes photo) {
+    IQA::StoreLE32(IndexMark(photo) + 4, iqa_tools::kPictureEntriesAt + 2 * 16 - 2);
+    return photo;
 }
 
 Bytes AddToEntry(Bytes photo, int field, uint32_t add) {
@@ -140,6 +150,8 @@ TEST_F(Dump, WritesOnlyIntoAWholeTrailer) {
          "an image the index names does not start a JPEG stream"},
         {"hdr_in_primary", Concat({AddToEntry(hdr, 1, -100u), trailer}), kUnknown,
          "an image the index names does not lie behind the primary image"},
+        {"hdr_empty_ifd", Concat({WithEmptyFirstIfd(hdr), trailer}), kUnknown,
+         "the multi-picture index lists no images"},
         {"hdr_torn", Concat({hdr, Bytes(trailer.begin(), trailer.end() - 60), Bytes(60, 0)}),
          kDamaged},
         {"hdr_into_gain_map", intoGainMap, kDamaged},
