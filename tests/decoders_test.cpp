@@ -48,7 +48,7 @@ TEST_F(Decoders, ThumbnailDropsFourthByte) {
     // Read in several blocks; bytes behind the pixels are ignored. Behind the image the buffer
     // holds the last quarter of the raw bytes, as a whole read compacted in place leaves it,
     // except in a batch run's own buffer.
-    const int w = 211, h = 173;
+    const int w = 331, h = 263;  // 87,053 pixels: a whole block of 65,536, then a part
     Bytes raw = iqa_tools::ThumbnailFile(w, h, Bytes(w * h * 3, 0));
     const Bytes pixels = iqa_test::RandomBytes(w * h * 4, 8);
     std::copy(pixels.begin(), pixels.end(), raw.begin() + 16);
@@ -62,7 +62,7 @@ TEST_F(Decoders, ThumbnailDropsFourthByte) {
                                                   buffer.size(), tracked ? &run : nullptr, nullptr,
                                                   &width, &height));
         EXPECT_EQ((std::vector<int>{w, h}), (std::vector<int>{width, height}));
-        EXPECT_EQ((std::vector<std::string>{"[ThumbnailDecoder]:output width 211, height 173\n"}),
+        EXPECT_EQ((std::vector<std::string>{"[ThumbnailDecoder]:output width 331, height 263\n"}),
                   log.Lines());
         const long image = w * h * 3, end = w * h * 4;
         EXPECT_EQ(iqa_ref::DropFourthByte(pixels), Bytes(buffer.begin(), buffer.begin() + image));
