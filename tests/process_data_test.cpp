@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "IqaProcessData.h"
+#include "process/JpegFile.h"
 #include "process/PairRecord.h"
 #include "process/Preparation.h"
 #include "process/ReducingRowSink.h"
@@ -168,6 +169,31 @@ TEST(ReducingRowSink, PlansOnlyTheColumnsAndRowsTheReductionReads) {
             EXPECT_GE(rows[i] - rows[i - 1], 657 * 3) << "row " << i;
         }
     }
+
+    // A real decode of a 4:2:0 photo that wide reconstructs the 640 columns and one iMCU column
+    // (16 pixels) more, for the upsampling at their edge, and no others.
+    struct Seen : IQA::JpegRowSink {
+        explicit Seen(IQA::JpegRowSink& sink) : to(sink) {}
+        IQA::RowRegion Plan(uint32_t w, uint32_t h) override { return to.Plan(w, h); }
+        void Begin(uint32_t pixels) override { to.Begin(rowPixels = pixels); }
+        uint32_t Place(uint32_t f, uint32_t n, unsigned char** r) override {
+            return to.Place(f, n, r);
+        }
+        void Filled(uint32_t first, uint32_t count) override { to.Filled(first, count); }
+        void End() override { to.End(); }
+        IQA::JpegRowSink& to;
+        uint32_t rowPixels = 0;
+    };
+    const iqa_test::TempDir dir;
+    iqa_test::WriteFile(
+        dir.File("p.jpg"),
+        iqa_tools::EncodeJpeg(iqa_tools::RenderScene(700, 131, 1), 700, 131, 3, 90));
+    IQA::ReducingRowSink reducing(out.data(), 64, 12, plain.data());
+    Seen seen(reducing);
+    int width = 0, height = 0;
+    EXPECT_EQ(700 * 131,
+              IQA::DecodeJpegFile(dir.File("p.jpg").c_str(), plain.size(), seen, &width, &height));
+    EXPECT_EQ(656u, seen.rowPixels);
 }
 
 }  // namespace
