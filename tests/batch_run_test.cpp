@@ -24,6 +24,29 @@
 using iqa_test::Bytes;
 using iqa_test::Peer;
 
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define IQA_TEST_SANITIZED 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define IQA_TEST_SANITIZED 1
+#endif
+#endif
+
+#ifndef IQA_TEST_SANITIZED
+// This test binary's malloc, which the library's calls reach too: the next allocation of exactly
+// gFailSize bytes fails, once; every other is glibc's. A sanitizer's allocator would take its
+// place, so it exists only without one.
+std::atomic<size_t> gFailSize{0};
+extern "C" void* __libc_malloc(size_t size);
+extern "C" void* malloc(size_t size) {
+    size_t failing = size;
+    if (size != 0 && gFailSize.compare_exchange_strong(failing, 0)) {
+        return nullptr;
+    }
+    return __libc_malloc(size);
+}
+#endif
+
 namespace {
 
 using iqa_test::BackupThumb;
@@ -195,6 +218,26 @@ TEST_F(BatchRun, ReplySizesAndTooSmallImages) {
         iqa_ref::WithRecord(before, before.size() - 85, iqa_ref::Nv12(reduced.data(), 250, 190),
                             {250, 190, 250, 250 * 190 * 3 / 2, 1, "Iqa_comparessim", {}}),
         iqa_test::ReadFile(PhotoPath("r")));
+}
+
+// Each of the reply's three blocks failing alone: one line, nothing dumped, no pixel read.
+TEST_F(BatchRun, AReplyWithoutOneOfItsBlocksDumpsNothing) {
+#ifdef IQA_TEST_SANITIZED
+    GTEST_SKIP() << "under a sanitizer no allocation can be made to fail";
+#else
+    const Bytes before = AddPhoto("r", 16, 16, 4);
+    const Bytes pixels = iqa_test::RandomBytes(64 * 48 * 3, 5);
+    // 16 x 12 reduced: 576 RGB bytes, 288 NV12 bytes, then the 120-byte descriptor.
+    for (const size_t failing : {size_t{576}, size_t{288}, sizeof(IQA::ImageDumpExpand)}) {
+        log.Clear();
+        gFailSize = failing;
+        manager.IqaReply("r", pixels.data(), 64, 48);
+        EXPECT_EQ(0u, gFailSize.exchange(0)) << "no allocation of " << failing << " bytes";
+        EXPECT_EQ((std::vector<std::string>{"[IqaReply]:memory allocation failed"}), log.Lines())
+            << failing;
+        EXPECT_EQ(before, iqa_test::ReadFile(PhotoPath("r"))) << failing;
+    }
+#endif
 }
 
 TEST_F(BatchRun, AThumbnailCutShortAfterItsSsimIsNotDumped) {
