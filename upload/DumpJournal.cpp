@@ -54,8 +54,10 @@ class Checksum {
 void Encode(const JournalHeader& h, unsigned char* out) {
     std::memcpy(out, kMagic, sizeof(kMagic));
     const uint64_t fields[kFields] = {h.oldLength, h.offset, h.prefix, h.tailLength};
-    for (size_t i = 0; i < kFields; ++i) {
-        StoreLE64(out + sizeof(kMagic) + 8 * i, fields[i]);
+    unsigned char* at = out + sizeof(kMagic);
+    for (const uint64_t field : fields) {
+        StoreLE64(at, field);
+        at += 8;
     }
 }
 
