@@ -387,10 +387,16 @@ TEST_F(Tools, InspectListsTheLibrarysRecordAndRejectsOthersUntouched) {
     reaching[reaching.size() - 24] = 0xFF;  // other data said to reach into the image data
     const Bytes trailer = iqa_tools::Trailer({{"EMPTY", {}}}, Bytes(9, 8));  // exactly fits
     empty.insert(empty.end(), trailer.begin(), trailer.end());
+    // Other data right behind an appended image, where the record chain could close: no record.
+    Bytes recordless = plain;
+    for (const Bytes& part : {gain, iqa_tools::Trailer({}, Bytes(9, 8))}) {
+        recordless.insert(recordless.end(), part.begin(), part.end());
+    }
     const std::tuple<std::string, Bytes, int, std::string> cases[] = {
         {"plain", plain, 1, "no trailer: file too short for a trailer"},
         {"damaged", damaged, 1, "no trailer: a record length points into the image data"},
         {"reaching", reaching, 1, "no trailer: other-data length points into the image data"},
+        {"recordless", recordless, 1, "no trailer: no record before the other data"},
         {"empty", empty, 0, "record at " + std::to_string(plain.size()) + ": 0 bytes, tag"}};
     for (const auto& [name, bytes, status, says] : cases) {
         iqa_test::WriteFile(PhotoPath(name), bytes);
