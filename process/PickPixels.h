@@ -55,7 +55,8 @@ inline Bytes16 Load(const unsigned char* from) {
 
 // Output vector O of the 16 pixels whose totals start at `totals`, stored to `out`.
 template <int K, int O, size_t... J>
-inline void Vector(const unsigned char* totals, unsigned char* out, std::index_sequence<J...>) {
+inline void StoreVector(const unsigned char* totals, unsigned char* out,
+                        std::index_sequence<J...>) {
     constexpr int kLoads = Loads<K>(O);
     static_assert(kLoads >= 2 && kLoads <= 4, "a vector draws on two to four loads");
     const unsigned char* from = totals + From<K>(O);
@@ -86,9 +87,9 @@ inline void PickPixels(const unsigned char* totals, int pixels, int count, unsig
     int p = 0;
     for (; p + 16 <= pixels && 3 * K * p + LastLoaded<K>() < count; p += 16) {
         const unsigned char* from = totals + 3 * K * p;
-        Vector<K, 0>(from, out + 3 * p, kLanes);
-        Vector<K, 1>(from, out + 3 * p, kLanes);
-        Vector<K, 2>(from, out + 3 * p, kLanes);
+        StoreVector<K, 0>(from, out + 3 * p, kLanes);
+        StoreVector<K, 1>(from, out + 3 * p, kLanes);
+        StoreVector<K, 2>(from, out + 3 * p, kLanes);
     }
     for (; p < pixels; ++p) {
         std::memcpy(out + 3 * p, totals + 3 * K * p, 3);
