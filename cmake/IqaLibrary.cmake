@@ -11,7 +11,6 @@ set(IQA_INTERNAL_INCLUDES ${PROJECT_SOURCE_DIR})
 # exactly as it does: the photo file formats, file calls, the dump's journal, the box reduction
 # and the block SSIM.
 add_library(iqa_core STATIC
-  common/IqaLog.cpp
   common/FileCalls.cpp
   common/ByteSource.cpp
   common/JpegStream.cpp
