@@ -5,6 +5,7 @@
 #include "IqaCompSim.h"
 #include "IqaProcessData.h"
 #include "IqaTaskManager.h"
+#include "common/CameraLayout.h"
 #include "common/IqaLog.h"
 #include "common/MallocBlock.h"
 #include "common/SafeCopy.h"
@@ -13,11 +14,13 @@
 #include "process/Preparation.h"
 #include "process/RunBuffer.h"
 #include "process/ThumbnailFile.h"
-#include "taskmanager/TaskManagerConstants.h"
 
 namespace IQA {
 
 namespace {
+
+// The label of the backup's deletion line once its photo was evaluated.
+constexpr const char* kDeleteLabel = "IQA-getssim-end";
 
 using Chain = std::vector<std::shared_ptr<IqaProcessNode>>;
 

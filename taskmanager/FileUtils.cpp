@@ -2,9 +2,9 @@
 #include <sys/stat.h>
 
 #include "IqaTaskManager.h"
+#include "common/CameraLayout.h"
 #include "common/FileCalls.h"
 #include "common/IqaLog.h"
-#include "taskmanager/TaskManagerConstants.h"
 
 bool IsFileExists(const std::string& path) {
     struct stat status = {};

@@ -3,11 +3,16 @@
 
 #include "IqaCompSim.h"
 #include "IqaProcessData.h"
+#include "common/CameraLayout.h"
 #include "common/IqaLog.h"
-#include "taskmanager/TaskManagerConstants.h"
 #include "upload/DumpJournal.h"
 
 namespace IQA {
+
+namespace {
+// An idle worker waits this long at a time on the steady clock, then simply waits again.
+constexpr std::chrono::seconds kIdleWait{300};
+}  // namespace
 
 IqaTaskManager::IqaTaskManager() : stopStatus(false), exitFlag(false), taskCount(0) {
     // Hosts compile against the header, so the specified members keep their declared order.

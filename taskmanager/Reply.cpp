@@ -5,12 +5,12 @@
 #include "IqaProcessData.h"
 #include "IqaTaskManager.h"
 #include "IqaUpLoad.h"
+#include "common/CameraLayout.h"
 #include "common/IqaLog.h"
 #include "common/MallocBlock.h"
 #include "common/SafeCopy.h"
 #include "process/BoxReduce.h"
 #include "process/Nv12.h"
-#include "taskmanager/TaskManagerConstants.h"
 
 namespace IQA {
 

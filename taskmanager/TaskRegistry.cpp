@@ -4,11 +4,13 @@
 
 #include "IqaTaskManager.h"
 #include "common/IqaLog.h"
-#include "taskmanager/TaskManagerConstants.h"
 
 namespace IQA {
 
 namespace {
+
+// Names a batch run takes at most.
+constexpr size_t kRegistryCapacity = 5;
 
 bool Listed(const std::vector<std::string>& list, const std::string& name) {
     // Compared in C-string form, up to the first NUL.
