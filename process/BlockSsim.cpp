@@ -1,9 +1,12 @@
 // Block SSIM. Per block the sums of bytes, squares and cross products are exact integers; the
 // deviation sums derived from them in double equal, bit for bit, the two-pass sums of
 // (a - mean)^2 and (a - mean)(b - mean), since every intermediate is a multiple of 1/64 that
-// double holds exactly. The final expression keeps its written order. Every pass runs over
-// whole arrays, so that compilers vectorise all of them on x86-64 and arm64.
+// double holds exactly. The final expression keeps its written order. Four blocks side by side
+// keep their sums in registers over a band's 8 rows, and every operation is a whole-vector one,
+// so that compilers vectorise them on x86-64 and arm64.
 #include "process/BlockSsim.h"
+
+#include <cstring>
 
 #include "common/KernelClones.h"
 
@@ -13,7 +16,6 @@ namespace {
 
 constexpr double kC1 = 6.5025;   // (0.01 * 255)^2
 constexpr double kC2 = 58.5225;  // (0.03 * 255)^2
-constexpr int kBandColumns = kBandBlocks * kSsimBlock;
 
 // Sum over the block of (a - meanA)(b - meanB), exactly: sumAB - sumA * sumB / 64.
 double DeviationProduct(int32_t sumAB, int32_t sumA, int32_t sumB) {
@@ -21,53 +23,105 @@ double DeviationProduct(int32_t sumAB, int32_t sumA, int32_t sumB) {
            static_cast<double>(sumA) * static_cast<double>(sumB) * 0.015625;
 }
 
-// out[i] = the sum of columns 8i .. 8i + 7, by three passes that each add neighbouring pairs.
-template <typename T>
-inline void SumEights(const T* columns, int blocks, int32_t* out) {
-    T pairs[kBandColumns / 2], quads[kBandColumns / 4];
-    for (int i = 0; i < blocks * 4; ++i) {
-        pairs[i] = static_cast<T>(columns[2 * i] + columns[2 * i + 1]);
-    }
-    for (int i = 0; i < blocks * 2; ++i) {
-        quads[i] = static_cast<T>(pairs[2 * i] + pairs[2 * i + 1]);
-    }
-    for (int i = 0; i < blocks; ++i) {
-        out[i] = static_cast<int32_t>(quads[2 * i] + quads[2 * i + 1]);
+// Bytes are loaded 32 at a time as sixteen 16-bit lanes, each holding two neighbouring columns;
+// masks and shifts split them into the even and the odd column, so no widening shuffle is needed
+// and every operation is a whole-vector one on any target. Each 16-bit product then adds its two
+// halves into 32-bit lanes, four columns to a lane.
+using Lanes16 = uint16_t __attribute__((vector_size(32)));
+using Lanes32 = uint32_t __attribute__((vector_size(32)));
+using Lanes64 = uint64_t __attribute__((vector_size(32)));
+constexpr int kStepColumns = 32;  // one load: four blocks
+constexpr int kStepBlocks = kStepColumns / kSsimBlock;
+
+#define IQA_INLINE inline __attribute__((always_inline))
+
+// out[0, 4): the four blocks' sums of a step's 32-bit lanes, block k being lanes 2k and 2k + 1.
+// Vectors go to the helpers by reference: by value, their passing convention would differ
+// between the clones.
+IQA_INLINE void StoreBlocks(const Lanes32& lanes, int32_t* out) {
+    const Lanes64 w = reinterpret_cast<Lanes64>(lanes);
+    const Lanes64 blocks = (w & 0xFFFFFFFF) + (w >> 32);
+    for (int k = 0; k < kStepBlocks; ++k) {
+        out[k] = static_cast<int32_t>(blocks[k]);
     }
 }
 
-// First every column over the 8 rows (a product of two bytes fits 16 bits; the first row starts
-// the sums), then each block's 8 columns. In this file's namespace: the clones' dispatching symbol
-// would otherwise join the library's exported surface, whatever the visibility preset says.
-IQA_KERNEL_CLONES void SumBandClones(const unsigned char* p1, const unsigned char* p2,
-                                     int64_t stride, int blocks, BandSums* out) {
-    uint16_t a[kBandColumns], b[kBandColumns];
-    uint32_t aa[kBandColumns], bb[kBandColumns], ab[kBandColumns];
-    const int columns = blocks * kSsimBlock;
-    for (int x = 0; x < columns; ++x) {
-        const uint16_t va = p1[x], vb = p2[x];
-        a[x] = va, b[x] = vb;
-        aa[x] = static_cast<uint16_t>(va * va);
-        bb[x] = static_cast<uint16_t>(vb * vb);
-        ab[x] = static_cast<uint16_t>(va * vb);
+// The same for 16-bit lanes, block k being lanes 4k .. 4k + 3.
+IQA_INLINE void StoreBlocks(const Lanes16& lanes, int32_t* out) {
+    const Lanes32 w = reinterpret_cast<Lanes32>(lanes);
+    StoreBlocks(Lanes32{(w & 0xFFFF) + (w >> 16)}, out);
+}
+
+// Sums of 16-bit products, two to a 32-bit lane: the lanes are added whole (the low halves carry
+// into the high ones) and the high halves on their own, which takes one operation less per
+// product than splitting each lane; the low halves' sum is then whole - 2^16 high, exactly.
+struct ProductSums {
+    Lanes32 whole, high;
+
+    IQA_INLINE void Add(const Lanes16& x, const Lanes16& y) {
+        const Lanes32 wx = reinterpret_cast<Lanes32>(x), wy = reinterpret_cast<Lanes32>(y);
+        whole += wx + wy;
+        high += (wx >> 16) + (wy >> 16);
     }
-    for (int y = 1; y < kSsimBlock; ++y) {
-        const unsigned char* r1 = p1 + y * stride;
-        const unsigned char* r2 = p2 + y * stride;
-        for (int x = 0; x < columns; ++x) {
-            const uint16_t va = r1[x], vb = r2[x];
-            a[x] = static_cast<uint16_t>(a[x] + va);
-            b[x] = static_cast<uint16_t>(b[x] + vb);
-            aa[x] += static_cast<uint16_t>(va * va);
-            bb[x] += static_cast<uint16_t>(vb * vb);
-            ab[x] += static_cast<uint16_t>(va * vb);
+    // The blocks' sums of every product added.
+    IQA_INLINE void Store(int32_t* out) const {
+        StoreBlocks(Lanes32{whole - (high << 16) + high}, out);
+    }
+};
+
+// The five sums of four blocks side by side, over 32 columns of the band's 8 rows.
+struct StepSums {
+    Lanes16 a, b;            // lane j: columns 2j and 2j + 1
+    ProductSums aa, bb, ab;  // lane j: columns 4j .. 4j + 3
+};
+
+IQA_INLINE void AddRow(const unsigned char* r1, const unsigned char* r2, StepSums* s) {
+    Lanes16 v1, v2;
+    std::memcpy(&v1, r1, sizeof v1);
+    std::memcpy(&v2, r2, sizeof v2);
+    const Lanes16 ae = v1 & 0xFF, ao = v1 >> 8, be = v2 & 0xFF, bo = v2 >> 8;
+    s->a += ae + ao;
+    s->b += be + bo;
+    s->aa.Add(ae * ae, ao * ao);
+    s->bb.Add(be * be, bo * bo);
+    s->ab.Add(ae * be, ao * bo);
+}
+
+// One block's five sums by plain loops: the blocks after the last whole step.
+void SumBlock(const unsigned char* p1, const unsigned char* p2, int64_t stride, BandSums* out,
+              int k) {
+    int32_t a = 0, b = 0, aa = 0, bb = 0, ab = 0;
+    for (int y = 0; y < kSsimBlock; ++y) {
+        for (int x = 0; x < kSsimBlock; ++x) {
+            const int32_t va = p1[y * stride + x], vb = p2[y * stride + x];
+            a += va, b += vb, aa += va * va, bb += vb * vb, ab += va * vb;
         }
     }
-    SumEights(a, blocks, out->a);
-    SumEights(b, blocks, out->b);
-    SumEights(aa, blocks, out->aa);
-    SumEights(bb, blocks, out->bb);
-    SumEights(ab, blocks, out->ab);
+    out->a[k] = a, out->b[k] = b, out->aa[k] = aa, out->bb[k] = bb, out->ab[k] = ab;
+}
+
+// Steps of four blocks whose sums stay in registers over the 8 rows. In this file's namespace:
+// the clones' dispatching symbol would otherwise join the library's exported surface, whatever
+// the visibility preset says.
+IQA_KERNEL_CLONES void SumBandClones(const unsigned char* p1, const unsigned char* p2,
+                                     int64_t stride, int blocks, BandSums* out) {
+    int k = 0;
+    for (; k + kStepBlocks <= blocks; k += kStepBlocks) {
+        const int64_t x = static_cast<int64_t>(k) * kSsimBlock;
+        StepSums s = {};
+        for (int y = 0; y < kSsimBlock; ++y) {
+            AddRow(p1 + y * stride + x, p2 + y * stride + x, &s);
+        }
+        StoreBlocks(s.a, out->a + k);
+        StoreBlocks(s.b, out->b + k);
+        s.aa.Store(out->aa + k);
+        s.bb.Store(out->bb + k);
+        s.ab.Store(out->ab + k);
+    }
+    for (; k < blocks; ++k) {
+        const int64_t x = static_cast<int64_t>(k) * kSsimBlock;
+        SumBlock(p1 + x, p2 + x, stride, out, k);
+    }
 }
 
 // Every block's value and denominator, the divisions four or two at a time.
