@@ -1,12 +1,16 @@
 // Box reduction in passes over contiguous data, so that compilers vectorise every one of them
-// on x86-64 and arm64: the k rows of a block are summed column by column into 16-bit sums (up to
-// four rows a pass), then each sum gets the sums of the same channel in the k - 1 pixels to its
-// right added (a doubling tree for an arbitrary k), and each output pixel takes its block's
-// totals and divides. On x86-64 the row kernels are also built for AVX2 and chosen at run time.
+// on x86-64 and arm64: the k rows of a block are summed column by column into 16-bit sums, kept
+// in registers over the rows and split by column parity (two neighbouring bytes load as one
+// 16-bit lane, and a mask and a shift take them apart, so no widening shuffle is needed); then
+// each sum gets the sums of the same channel in the k - 1 pixels to its right added (a doubling
+// tree for an arbitrary k), and each output pixel takes its block's totals and divides. On x86-64
+// the row kernels are also built for AVX2 and chosen at run time.
 #include "process/BoxReduce.h"
 
 #include <algorithm>
 #include <cstring>
+#include <numeric>
+#include <utility>
 
 #include "common/KernelClones.h"
 #include "process/PickPixels.h"
@@ -17,76 +21,125 @@ namespace {
 
 #define IQA_INLINE inline __attribute__((always_inline))
 
+static_assert(
+    __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__,
+    "a 16-bit lane's low byte is the even column, and packed totals store low byte first");
+
 constexpr int kChannels = 3;
 // Source pixels summed per pass: the sums stay in L1.
 constexpr int kChunkPixels = 1024;
 constexpr int kChunkValues = kChunkPixels * kChannels;
+constexpr int kChunkPairs = kChunkValues / 2;
+// Zeroed sums behind a chunk's own: the fixed sides compute totals in pairs, and the pair past the
+// last value any pixel takes reads up to here.
+constexpr int kPairsPad = 8;
 // Up to this block side a pixel's total (k * k * 255) fits the 16-bit sums.
 constexpr int kMaxNarrowSide = 16;
 
-// Adds N rows (N known to the compiler) to the sums, or starts them from those rows.
+using Lanes16 = uint16_t __attribute__((vector_size(32)));
+constexpr int kLaneBytes = static_cast<int>(sizeof(Lanes16));
+
+// Column sums by parity: even[m] belongs to byte 2m of a row, odd[m] to byte 2m + 1.
+struct Split {
+    uint16_t* even;
+    uint16_t* odd;
+};
+
+// The sums of `count` bytes of N rows (N known to the compiler), 32 bytes a step with the sums in
+// registers, then pair by pair; an odd count leaves the last odd sum 0.
 template <int N>
-IQA_INLINE void AddRows(const unsigned char* first, size_t stride, int count, bool start,
-                        uint16_t* sums) {
-    const unsigned char* row[N];
-    for (int r = 0; r < N; ++r) {
-        row[r] = first + stride * static_cast<size_t>(r);
+IQA_INLINE void SumPairsOf(const unsigned char* first, size_t stride, int count, Split out) {
+    int m = 0;
+    for (; 2 * m + kLaneBytes <= count; m += kLaneBytes / 2) {
+        // The lanes are added whole (the low bytes carry into the high ones) and the high bytes on
+        // their own, one operation less a row than splitting every row; the low bytes' sum is
+        // then whole - 256 odd, exactly, since it stays below 2^16.
+        const unsigned char* row = first + 2 * m;
+        Lanes16 whole = {}, odd = {};
+#pragma GCC unroll 16
+        for (int r = 0; r < N; ++r, row += stride) {
+            Lanes16 v;
+            std::memcpy(&v, row, sizeof v);
+            whole += v;
+            odd += v >> 8;
+        }
+        const Lanes16 even = whole - (odd << 8);
+        std::memcpy(out.even + m, &even, sizeof even);
+        std::memcpy(out.odd + m, &odd, sizeof odd);
     }
-    const auto add = [&](int i, uint16_t total) {
+    for (; 2 * m < count; ++m) {
+        const bool paired = 2 * m + 1 < count;
+        uint16_t even = 0, odd = 0;
         for (int r = 0; r < N; ++r) {
-            total = static_cast<uint16_t>(total + row[r][i]);
+            const unsigned char* pair = first + stride * static_cast<size_t>(r) + 2 * m;
+            even = static_cast<uint16_t>(even + pair[0]);
+            odd = static_cast<uint16_t>(odd + (paired ? pair[1] : 0));
         }
-        return total;
-    };
-    if (start) {  // two loops, so that neither carries a test
-        for (int i = 0; i < count; ++i) {
-            sums[i] = add(i, 0);
-        }
-    } else {
-        for (int i = 0; i < count; ++i) {
-            sums[i] = add(i, sums[i]);
-        }
+        out.even[m] = even;
+        out.odd[m] = odd;
     }
 }
 
-// sums[i] = the column sum of bytes i of the block's `rows` (at least one) rows; each sum is
-// loaded and stored once per four rows.
-IQA_INLINE void SumColumns(const unsigned char* first, size_t stride, int64_t rows, int count,
-                           uint16_t* sums) {
-    for (int64_t r = 0; r < rows; r += 4) {
-        const unsigned char* from = first + stride * static_cast<size_t>(r);
-        switch (std::min<int64_t>(4, rows - r)) {
-            case 1:
-                AddRows<1>(from, stride, count, r == 0, sums);
-                break;
-            case 2:
-                AddRows<2>(from, stride, count, r == 0, sums);
-                break;
-            case 3:
-                AddRows<3>(from, stride, count, r == 0, sums);
-                break;
-            default:
-                AddRows<4>(from, stride, count, r == 0, sums);
-                break;
+// The column sums of a block's `rows` rows, 1 to N.
+template <int N>
+IQA_INLINE void SumPairs(const unsigned char* first, size_t stride, int64_t rows, int count,
+                         Split out) {
+    if constexpr (N > 1) {
+        if (rows < N) {
+            return SumPairs<N - 1>(first, stride, rows, count, out);
         }
     }
+    SumPairsOf<N>(first, stride, count, out);
 }
 
-// The camera's usual block sides, known to the compiler: the totals and the division by the
-// constant area run on whole vectors; each pixel then takes its block's three values.
+// m with (n * m) >> 16 == n / (K * K) for every block total n <= 255 K^2, as the loop below proves
+// at compile time: the division is then the high half of one 16-bit multiplication, with no shift
+// after it.
 template <int K>
-IQA_INLINE void FinishFixed(const uint16_t* sums, int pixels, unsigned char* out) {
-    constexpr int kStep = K * kChannels;
-    unsigned char totals[kChunkValues];
-    const int count = (pixels - 1) * kStep + kChannels;  // the last value any pixel takes
-    for (int i = 0; i < count; ++i) {
-        uint16_t total = sums[i];
-        for (int j = 1; j < K; ++j) {
-            total = static_cast<uint16_t>(total + sums[i + j * kChannels]);
+constexpr uint32_t HighHalfDivider() {
+    constexpr uint32_t kArea = K * K;
+    constexpr uint32_t kMultiplier = ((uint32_t{1} << 16) + kArea - 1) / kArea;
+    for (uint32_t n = 0; n <= 255 * kArea; ++n) {
+        if ((n * kMultiplier) >> 16 != n / kArea) {
+            return 0;
         }
-        totals[i] = static_cast<unsigned char>(total / (K * K));
     }
-    PickPixels<K>(totals, pixels, count, out);
+    return kMultiplier;
+}
+static_assert(HighHalfDivider<2>() != 0 && HighHalfDivider<3>() != 0 && HighHalfDivider<4>() != 0,
+              "an exact multiplier for each fixed block side");
+
+// Term j of the block total at 2m + parity: the column sum at 2m + parity + 3j, in the even or the
+// odd array as that position is.
+template <int Parity, int J>
+IQA_INLINE uint16_t Term(Split sums, int m) {
+    constexpr int kAt = Parity + 3 * J;
+    return (kAt % 2 == 0 ? sums.even : sums.odd)[m + kAt / 2];
+}
+
+template <int Parity, int... J>
+IQA_INLINE uint16_t TotalAt(Split sums, int m, std::integer_sequence<int, J...>) {
+    return static_cast<uint16_t>((Term<Parity, J>(sums, m) + ...));
+}
+
+template <int K>
+IQA_INLINE uint16_t DivideByArea(uint16_t total) {
+    return static_cast<uint16_t>((uint32_t{total} * HighHalfDivider<K>()) >> 16);
+}
+
+// The camera's usual block sides, known to the compiler: the totals, two neighbouring ones a step,
+// and the division by the constant area run on whole vectors, and each step stores its two
+// quotients as the bytes they are in the row; each pixel then takes its block's three values.
+template <int K>
+IQA_INLINE void FinishFixed(Split sums, int pixels, unsigned char* out) {
+    constexpr auto kTerms = std::make_integer_sequence<int, K>();
+    const int count = (pixels - 1) * K * kChannels + kChannels;  // the last value a pixel takes
+    uint16_t totals[kChunkPairs];
+    for (int m = 0; m < (count + 1) / 2; ++m) {
+        totals[m] = static_cast<uint16_t>(DivideByArea<K>(TotalAt<0>(sums, m, kTerms)) |
+                                          DivideByArea<K>(TotalAt<1>(sums, m, kTerms)) << 8);
+    }
+    PickPixels<K>(reinterpret_cast<const unsigned char*>(totals), pixels, count, out);
 }
 
 // Exact division by the block area without a divide instruction (Granlund-Montgomery): for
@@ -108,82 +161,109 @@ struct AreaDivider {
     int shift;
 };
 
+// out[m] = base[m] + in[m] for m < n; a null base adds nothing.
+IQA_INLINE void AddArrays(uint16_t* out, const uint16_t* base, const uint16_t* in, int n) {
+    if (base == nullptr) {
+        std::copy_n(in, n, out);
+        return;
+    }
+    for (int m = 0; m < n; ++m) {
+        out[m] = static_cast<uint16_t>(base[m] + in[m]);
+    }
+}
+
+// dst[i] = base[i] + from[i + shift] for the first n values of split arrays (base: null or dst
+// itself or apart from both).
+IQA_INLINE void AddShifted(Split dst, const Split* base, Split from, int shift, int n) {
+    const int half = shift / 2;
+    const bool even = shift % 2 == 0;
+    // The sums at 2m + shift and at 2m + 1 + shift.
+    AddArrays(dst.even, base != nullptr ? base->even : nullptr,
+              even ? from.even + half : from.odd + half, (n + 1) / 2);
+    AddArrays(dst.odd, base != nullptr ? base->odd : nullptr,
+              even ? from.odd + half : from.even + half + 1, n / 2);
+}
+
 // Any other side up to kMaxNarrowSide. span[i] holds the sum of `width` pixels' values from i on;
 // doubling the width takes one whole-vector pass, and the widths k is made of are added into the
 // totals as they appear, so a side of k takes about 2 log2 k passes instead of k.
-IQA_INLINE void FinishNarrow(const uint16_t* sums, int k, int pixels, unsigned char* out) {
+IQA_INLINE void FinishNarrow(Split sums, int k, int pixels, unsigned char* out) {
     const int step = k * kChannels;
     const int count = (pixels - 1) * step + kChannels;
     const int valid = pixels * step;  // values of sums
-    uint16_t totals[kChunkValues];
-    uint16_t spans[2][kChunkValues];
-    const uint16_t* span = sums;
+    uint16_t totals[2][kChunkPairs], spans[2][2][kChunkPairs];
+    const Split total = {totals[0], totals[1]};
+    Split span = sums;
     int width = 1, done = 0, next = 0;
     for (int left = k; left > 0; left >>= 1) {
         if (left & 1) {
-            const uint16_t* from = span + done * kChannels;
-            if (done == 0) {
-                std::copy_n(from, count, totals);
-            } else {
-                for (int i = 0; i < count; ++i) {
-                    totals[i] = static_cast<uint16_t>(totals[i] + from[i]);
-                }
-            }
+            AddShifted(total, done != 0 ? &total : nullptr, span, done * kChannels, count);
             done += width;
         }
         if (left > 1) {
-            uint16_t* wider = spans[next];
+            const Split wider = {spans[next][0], spans[next][1]};
             next ^= 1;
             // A span of 2 x width pixels starting at i exists while i + 2 x width pixels fit.
             const int reach = valid - (2 * width - 1) * kChannels;
-            for (int i = 0; i < reach; ++i) {
-                wider[i] = static_cast<uint16_t>(span[i] + span[i + width * kChannels]);
-            }
+            AddShifted(wider, &span, span, width * kChannels, reach);
             span = wider;
             width *= 2;
         }
     }
     const AreaDivider divider(static_cast<uint32_t>(k * k));
     for (int p = 0; p < pixels; ++p) {
-        for (int c = 0; c < kChannels; ++c) {
-            out[p * kChannels + c] = divider.Divide(totals[p * step + c]);
-        }
+        // A pixel's three totals at 2h + parity: the first and third in one array, the second in
+        // the other.
+        const unsigned at = static_cast<unsigned>(p * step), half = at / 2;
+        const uint16_t* outer = at % 2 == 0 ? totals[0] : totals[1];
+        const uint16_t* middle = at % 2 == 0 ? totals[1] : totals[0] + 1;
+        out[p * kChannels] = divider.Divide(outer[half]);
+        out[p * kChannels + 1] = divider.Divide(middle[half]);
+        out[p * kChannels + 2] = divider.Divide(outer[half + 1]);
     }
 }
 
-template <int K>
-IQA_INLINE void ReduceRowFixed(const unsigned char* first, size_t stride, int64_t rows,
-                               unsigned char* out, int dstWidth) {
-    uint16_t sums[kChunkValues];
-    constexpr int kPerChunk = kChunkPixels / K;
-    for (int x0 = 0; x0 < dstWidth; x0 += kPerChunk) {
-        const int pixels = std::min(kPerChunk, dstWidth - x0);
-        SumColumns(first + static_cast<size_t>(x0) * K * kChannels, stride, rows,
-                   pixels * K * kChannels, sums);
-        FinishFixed<K>(sums, pixels, out + static_cast<size_t>(x0) * kChannels);
+// Output pixels a chunk takes: as many as fit kChunkPixels source pixels, rounded down so that
+// its bytes are whole 32-byte steps of the column sums.
+int ChunkPixels(int k) {
+    const int multiple = kLaneBytes / std::gcd(k * kChannels, kLaneBytes);
+    return kChunkPixels / k / multiple * multiple;
+}
+
+// One output row from the `rows` source rows (at most MaxRows) at `first` that belong to it,
+// chunk by chunk.
+template <int MaxRows, typename Finish>
+IQA_INLINE void ReduceRow(const unsigned char* first, size_t stride, int64_t rows, int k,
+                          unsigned char* out, int dstWidth, Finish finish) {
+    uint16_t even[kChunkPairs + kPairsPad], odd[kChunkPairs + kPairsPad];
+    const Split sums = {even, odd};
+    const int perChunk = ChunkPixels(k);
+    for (int x0 = 0; x0 < dstWidth; x0 += perChunk) {
+        const int pixels = std::min(perChunk, dstWidth - x0);
+        const int count = pixels * k * kChannels;
+        SumPairs<MaxRows>(first + static_cast<size_t>(x0) * static_cast<size_t>(k) * kChannels,
+                          stride, rows, count, sums);
+        // Pairs behind this chunk's may hold the previous chunk's sums.
+        std::fill_n(even + (count + 1) / 2, kPairsPad, 0);
+        std::fill_n(odd + (count + 1) / 2, kPairsPad, 0);
+        finish(sums, pixels, out + static_cast<size_t>(x0) * kChannels);
     }
 }
 
-// One output row from the `rows` source rows at `first` that belong to it.
 IQA_KERNEL_CLONES void ReduceRowNarrow(const unsigned char* first, size_t stride, int64_t rows,
                                        int k, unsigned char* out, int dstWidth) {
     switch (k) {
         case 2:
-            return ReduceRowFixed<2>(first, stride, rows, out, dstWidth);
+            return ReduceRow<2>(first, stride, rows, k, out, dstWidth, FinishFixed<2>);
         case 3:
-            return ReduceRowFixed<3>(first, stride, rows, out, dstWidth);
+            return ReduceRow<3>(first, stride, rows, k, out, dstWidth, FinishFixed<3>);
         case 4:
-            return ReduceRowFixed<4>(first, stride, rows, out, dstWidth);
+            return ReduceRow<4>(first, stride, rows, k, out, dstWidth, FinishFixed<4>);
         default:
-            break;
-    }
-    uint16_t sums[kChunkValues];
-    const int perChunk = kChunkPixels / k;
-    for (int x0 = 0; x0 < dstWidth; x0 += perChunk) {
-        const int pixels = std::min(perChunk, dstWidth - x0);
-        SumColumns(first + static_cast<size_t>(x0) * static_cast<size_t>(k) * kChannels, stride,
-                   rows, pixels * k * kChannels, sums);
-        FinishNarrow(sums, k, pixels, out + static_cast<size_t>(x0) * kChannels);
+            return ReduceRow<kMaxNarrowSide>(first, stride, rows, k, out, dstWidth,
+                                             [k](Split sums, int pixels, unsigned char* to) {
+                                                 FinishNarrow(sums, k, pixels, to);
+                                             });
     }
 }
 
