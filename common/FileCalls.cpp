@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <thread>
 
@@ -185,9 +186,10 @@ bool SyncFolder(const char* folder) {
     return synced;
 }
 
-bool LockExclusive(int fd, std::chrono::milliseconds wait) {
+bool LockExclusive(int fd) {
     constexpr std::chrono::milliseconds kPoll{1};
-    const auto deadline = std::chrono::steady_clock::now() + wait;
+    constexpr std::chrono::seconds kWait{2};
+    const auto deadline = std::chrono::steady_clock::now() + kWait;
     for (;;) {
         if (flock(fd, LOCK_EX | LOCK_NB) == 0) {
             return true;

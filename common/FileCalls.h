@@ -8,7 +8,6 @@
 #include <fcntl.h>
 #include <sys/types.h>
 
-#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -85,10 +84,11 @@ bool ReadThrough(int fd, uint64_t offset, uint64_t count, unsigned char* scratch
 bool SyncFile(int fd);
 // Makes the entries of `folder` (a creation, rename or removal) durable.
 bool SyncFolder(const char* folder);
-// Takes an exclusive lock on the open file, waiting at most `wait` for another holder, in this
-// process or another, to let it go. True when the lock is held (until the file is closed) or the
-// file system has no locks to take; false, with errno EWOULDBLOCK, when the wait ran out.
-bool LockExclusive(int fd, std::chrono::milliseconds wait);
+// Takes an exclusive lock on the open file, waiting at most 2 seconds for another holder, in this
+// process or another, to let it go: the photos' lock, taken by a dump or the replay of a journal.
+// True when the lock is held (until the file is closed) or the file system has no locks to take;
+// false, with errno EWOULDBLOCK, when the wait ran out.
+bool LockExclusive(int fd);
 // Reserves storage for bytes [offset, offset + length) without changing the file's length, so a
 // full disk shows before anything is written. A file system that cannot reserve (EOPNOTSUPP,
 // ENOSYS: FAT, some FUSE ones) counts as done; the hook's error counts as the call's own.

@@ -19,9 +19,9 @@ enum class JpegEnd {
 };
 
 struct JpegStreamEnd {
-    uint64_t end = 0;          // just past the EOI marker
-    uint64_t indexAt = 0;      // the first APP2 segment's payload that starts "MPF\0"; 0: none
-    uint64_t indexLength = 0;  // that payload's length
+    uint64_t end{};          // just past the EOI marker
+    uint64_t indexAt = 0;    // the first APP2 segment's payload that starts "MPF\0"; 0: none
+    uint64_t indexLength{};  // that payload's length
 };
 
 // Walks the stream that starts at `start`. Segments are skipped by their lengths (an EXIF

@@ -18,15 +18,15 @@ namespace IQA {
 struct RunBuffer {
     unsigned char* data;
     size_t capacity;
-    size_t dirty = 0;   // bytes from here on are zero
-    size_t mapped = 0;  // bytes whose pages were asked for
+    size_t dirty{};   // bytes from here on are zero
+    size_t mapped{};  // bytes whose pages were asked for
     // A thumbnail compacted only as far as the next stage reads: its pixels [from, to) are still
     // only in its file, kept open, until FinishThumbnail reads and compacts them.
     struct Tail {
         ScopedFile file;
         std::string path;
-        int64_t from = 0;
-        int64_t to = 0;
+        int64_t from{};
+        int64_t to{};
     };
     Tail tail{};
 };

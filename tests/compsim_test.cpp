@@ -26,6 +26,9 @@ TEST(CompSim, NoWholeBlockIsNoResult) {
     EXPECT_EQ(0.0, Ssim(plane, plane, 64, 7));
     EXPECT_EQ(0.0, Ssim(plane, plane, 0, 0));
     EXPECT_EQ(0.0, Ssim(plane, plane, -8, 8));
+    IQA::IqaCompSim stage;  // a missing plane, with the other one whole
+    EXPECT_EQ(0.0, stage.CalculateRgbSsim(nullptr, plane.data(), 64, 64));
+    EXPECT_EQ(0.0, stage.CalculateRgbSsim(plane.data(), nullptr, 64, 64));
     // What a run reads of each plane: nothing without a whole block, else up to the last byte of
     // the last whole block (row 15, column 15 of a 20 x 20 plane).
     EXPECT_EQ((std::vector<size_t>{0, 0, 0, 316}),

@@ -1,9 +1,6 @@
 // DownScale and RGB to NV12: hand-computed values, bounds, and agreement with plain loops.
 #include <gtest/gtest.h>
 
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include "IqaProcessData.h"
 #include "process/BoxReduce.h"
 #include "process/Nv12.h"
@@ -88,22 +85,15 @@ TEST(DownScale, EveryBlockSideDividesExactly) {
 // Totals that end exactly at a page no one may read: a load of a byte at or past `count` faults.
 template <int K>
 void PickAtThePageEnd(int pixels) {
-    const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
-    void* pages =
-        mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    ASSERT_NE(MAP_FAILED, pages);
-    ASSERT_EQ(0, mprotect(static_cast<char*>(pages) + page, page, PROT_NONE));
     const int count = 3 * K * (pixels - 1) + 3;
-    unsigned char* totals = static_cast<unsigned char*>(pages) + page - count;
-    const Bytes values = RandomBytes(static_cast<size_t>(count), static_cast<uint32_t>(K));
-    std::copy(values.begin(), values.end(), totals);
+    const iqa_test::AtPageEnd totals(
+        RandomBytes(static_cast<size_t>(count), static_cast<uint32_t>(K)));
     Bytes picked(static_cast<size_t>(pixels) * 3), plain;
-    IQA::PickPixels<K>(totals, pixels, count, picked.data());
+    IQA::PickPixels<K>(totals.data(), pixels, count, picked.data());
     for (int p = 0; p < pixels; ++p) {
-        plain.insert(plain.end(), totals + 3 * K * p, totals + 3 * K * p + 3);
+        plain.insert(plain.end(), totals.data() + 3 * K * p, totals.data() + 3 * K * p + 3);
     }
     EXPECT_EQ(plain, picked) << "k=" << K << ", " << pixels << " pixels";
-    munmap(pages, 2 * page);
 }
 
 TEST(DownScale, PixelsArePickedWithoutReadingPastTheirTotals) {

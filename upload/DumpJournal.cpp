@@ -159,7 +159,7 @@ Replay ReplayInto(const std::string& photoPath, const JournalHeader& h, const un
                                                                     : Replay::kFailed;
     }
     const int64_t length = FileLength(photo.get());
-    if (!LockExclusive(photo.get(), kPhotoLockWait) || length < 0) {
+    if (!LockExclusive(photo.get()) || length < 0) {
         return Replay::kFailed;
     }
     if (static_cast<uint64_t>(length) < h.offset ||
@@ -233,7 +233,7 @@ void RecoverJournal(const std::string& folder, const std::string& file,
 void DiscardUnfinished(const std::string& folder, const std::string& file,
                        const std::string& photoPath, Recovery* recovery) {
     const ScopedFd photo(OpenRegularFile(photoPath.c_str(), O_RDONLY | O_NOFOLLOW));
-    if (photo.get() >= 0 && !LockExclusive(photo.get(), kPhotoLockWait)) {
+    if (photo.get() >= 0 && !LockExclusive(photo.get())) {
         return;
     }
     const std::string path = folder + "/" + file;

@@ -7,7 +7,6 @@
 #ifndef IQA_UPLOAD_DUMP_JOURNAL_H
 #define IQA_UPLOAD_DUMP_JOURNAL_H
 
-#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -27,9 +26,6 @@ struct JournalHeader {
     // front of offset.
     bool wholePrefix = true;
 };
-
-// How long a dump, or the replay of a journal, waits for another one to let go of the photo.
-constexpr std::chrono::seconds kPhotoLockWait{2};
 
 // The folder that holds the journals of the photos in photoFolder (the backup folder's name).
 std::string JournalFolder(const std::string& photoFolder);

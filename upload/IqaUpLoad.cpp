@@ -191,7 +191,7 @@ void IqaUpLoad::SaveCustomBuffer(const std::string& path, const unsigned char* b
     }
     // Held until the photo is closed, after the commit: a dump of another process or thread
     // waits, then finds the photo as this one leaves it.
-    if (!LockExclusive(photo.get(), kPhotoLockWait)) {
+    if (!LockExclusive(photo.get())) {
         IQA_LOGE(kTagUpLoad,
                  "IqaUpLoad SaveBuffer: %s is being written by another dump, not written.",
                  path.c_str());

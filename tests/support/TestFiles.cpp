@@ -1,9 +1,11 @@
 // Temporary folders and file helpers for tests.
 #include "tests/support/TestFiles.h"
 
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <iterator>
 #include <random>
@@ -75,6 +77,22 @@ Bytes RandomBytes(size_t count, uint32_t seed) {
         b = static_cast<unsigned char>(rng() & 0xFF);
     }
     return bytes;
+}
+
+AtPageEnd::AtPageEnd(const Bytes& bytes) {
+    const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    length_ = (bytes.size() + page - 1) / page * page + page;
+    pages_ = mmap(nullptr, length_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (pages_ == MAP_FAILED ||
+        mprotect(static_cast<char*>(pages_) + length_ - page, page, PROT_NONE) != 0) {
+        throw std::runtime_error("no guarded pages");
+    }
+    data_ = static_cast<unsigned char*>(pages_) + length_ - page - bytes.size();
+    std::copy(bytes.begin(), bytes.end(), data_);
+}
+
+AtPageEnd::~AtPageEnd() {
+    munmap(pages_, length_);
 }
 
 }  // namespace iqa_test

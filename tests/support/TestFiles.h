@@ -81,6 +81,22 @@ size_t OpenDescriptors();
 // Fixed-seed random bytes (hostile data, noise).
 Bytes RandomBytes(size_t count, uint32_t seed);
 
+// `bytes` copied so that they end exactly where a page no one may read begins: code that reads a
+// byte past them faults.
+class AtPageEnd {
+  public:
+    explicit AtPageEnd(const Bytes& bytes);
+    ~AtPageEnd();
+    AtPageEnd(const AtPageEnd&) = delete;
+    AtPageEnd& operator=(const AtPageEnd&) = delete;
+    unsigned char* data() const { return data_; }
+
+  private:
+    void* pages_;
+    size_t length_;
+    unsigned char* data_;
+};
+
 }  // namespace iqa_test
 
 #endif  // IQA_TESTS_TEST_FILES_H
