@@ -30,8 +30,7 @@ double DeviationProduct(int32_t sumAB, int32_t sumA, int32_t sumB) {
 using Lanes16 = uint16_t __attribute__((vector_size(32)));
 using Lanes32 = uint32_t __attribute__((vector_size(32)));
 using Lanes64 = uint64_t __attribute__((vector_size(32)));
-constexpr int kStepColumns = 32;  // one load: four blocks
-constexpr int kStepBlocks = kStepColumns / kSsimBlock;
+constexpr int kStepBlocks = sizeof(Lanes16) / kSsimBlock;  // one load: four blocks
 
 #define IQA_INLINE inline __attribute__((always_inline))
 

@@ -92,23 +92,6 @@ IQA_INLINE void SumPairs(const unsigned char* first, size_t stride, int64_t rows
     SumPairsOf<N>(first, stride, count, out);
 }
 
-// m with (n * m) >> 16 == n / (K * K) for every block total n <= 255 K^2, as the loop below proves
-// at compile time: the division is then the high half of one 16-bit multiplication, with no shift
-// after it.
-template <int K>
-constexpr uint32_t HighHalfDivider() {
-    constexpr uint32_t kArea = K * K;
-    constexpr uint32_t kMultiplier = ((uint32_t{1} << 16) + kArea - 1) / kArea;
-    for (uint32_t n = 0; n <= 255 * kArea; ++n) {
-        if ((n * kMultiplier) >> 16 != n / kArea) {
-            return 0;
-        }
-    }
-    return kMultiplier;
-}
-static_assert(HighHalfDivider<2>() != 0 && HighHalfDivider<3>() != 0 && HighHalfDivider<4>() != 0,
-              "an exact multiplier for each fixed block side");
-
 // Term j of the block total at 2m + parity: the column sum at 2m + parity + 3j, in the even or the
 // odd array as that position is.
 template <int Parity, int J>
@@ -122,9 +105,14 @@ IQA_INLINE uint16_t TotalAt(Split sums, int m, std::integer_sequence<int, J...>)
     return static_cast<uint16_t>((Term<Parity, J>(sums, m) + ...));
 }
 
+// total / K^2 as the high half of one 16-bit multiplication, with no shift after it. With d = K^2
+// and m = 2^16 / d + 1 = (2^16 + e) / d, 0 < e <= d, n m / 2^16 is n / d plus n e / (d 2^16),
+// which stays below 1 / d for every block total n <= 255 d since 255 d^2 < 2^16 (d <= 16); so the
+// quotient is exact.
 template <int K>
 IQA_INLINE uint16_t DivideByArea(uint16_t total) {
-    return static_cast<uint16_t>((uint32_t{total} * HighHalfDivider<K>()) >> 16);
+    constexpr uint32_t kMultiplier = (uint32_t{1} << 16) / (K * K) + 1;
+    return static_cast<uint16_t>((uint32_t{total} * kMultiplier) >> 16);
 }
 
 // The camera's usual block sides, known to the compiler: the totals, two neighbouring ones a step,
