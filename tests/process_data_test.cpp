@@ -1,6 +1,12 @@
 // The preparation stage over real files: decode both, reduce the larger, report failures.
 #include <gtest/gtest.h>
 
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <iterator>
+
 #include "IqaProcessData.h"
 #include "process/JpegFile.h"
 #include "process/PairRecord.h"
@@ -129,6 +135,49 @@ TEST_F(PrepareStage, TrackedBuffersEndUpAsIfClearedWhole) {
     for (const iqa_test::LogEntry& e : log.Entries()) {
         EXPECT_NE(ANDROID_LOG_ERROR, e.priority) << e.message;  // every clear succeeded
     }
+}
+
+// Under a run's tracked clears: the pages a writer is about to fill are asked for in one call
+// before it writes (where the kernel can), and the buffer records where its zeros begin, so that
+// the next writer clears exactly what an earlier one left beyond its own bytes.
+TEST(RunBuffer, AsksForAWritersPagesAndKnowsWhereItsZerosBegin) {
+    const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE)), pages = 16;
+    void* map =
+        mmap(nullptr, pages * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(MAP_FAILED, map);
+    auto* data = static_cast<unsigned char*>(map);
+    const auto resident = [&] {
+        std::vector<unsigned char> in(pages);
+        EXPECT_EQ(0, mincore(map, pages * page, in.data()));
+        std::vector<bool> out;
+        std::transform(in.begin(), in.end(), std::back_inserter(out),
+                       [](unsigned char b) { return (b & 1) != 0; });
+        return out;
+    };
+    // Whether this kernel (or emulator) makes pages resident on request: probed on a page apart.
+    bool populates = false;
+#ifdef MADV_POPULATE_WRITE
+    void* probe = mmap(nullptr, page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    unsigned char in = 0;
+    populates = probe != MAP_FAILED && madvise(probe, page, MADV_POPULATE_WRITE) == 0 &&
+                mincore(probe, page, &in) == 0 && (in & 1) != 0;
+    munmap(probe, page);
+#endif
+    IQA::RunBuffer run{data, pages * page};
+    EXPECT_EQ(0, IQA::Rewrite(&run, 5 * page + 1));  // nothing was written before
+    std::vector<bool> asked(pages, populates);
+    std::fill(asked.begin() + 6, asked.end(), false);
+    EXPECT_EQ(asked, resident());
+    std::fill_n(data, 5 * page + 1, 7);  // the first photo's writer
+    const auto sevens = [&] {
+        return static_cast<size_t>(std::count(data, data + pages * page, 7));
+    };
+    EXPECT_EQ(0, IQA::Rewrite(&run, 2 * page));  // a smaller photo: the first one's rest cleared
+    EXPECT_EQ((std::vector<size_t>{2 * page, 2 * page}),
+              (std::vector<size_t>{run.dirty, sevens()}));
+    EXPECT_EQ(0, IQA::ClearFrom(data, pages * page, &run, page));  // a reduction kept `page`
+    EXPECT_EQ((std::vector<size_t>{page, page}), (std::vector<size_t>{run.dirty, sevens()}));
+    munmap(map, pages * page);
 }
 
 TEST_F(PrepareStage, DecodeFailures) {

@@ -392,7 +392,14 @@ TEST_F(Tools, InspectListsTheLibrarysRecordAndRejectsOthersUntouched) {
     for (const Bytes& part : {gain, iqa_tools::Trailer({}, Bytes(9, 8))}) {
         recordless.insert(recordless.end(), part.begin(), part.end());
     }
+    // A record whose payload is a JPEG stream, right where the image data ends: a record, not a
+    // further image.
+    Bytes jpegRecord = plain;
+    const Bytes thumbRecord = iqa_tools::Trailer({{"THUMB", gain}}, Bytes(9, 8));
+    jpegRecord.insert(jpegRecord.end(), thumbRecord.begin(), thumbRecord.end());
     const std::tuple<std::string, Bytes, int, std::string> cases[] = {
+        {"byte", Bytes{0xFF}, 1, "no trailer: no JPEG image at the start of the file"},
+        {"jpegrecord", jpegRecord, 0, "bytes, primary\nfile header at"},
         {"plain", plain, 1, "no trailer: file too short for a trailer"},
         {"damaged", damaged, 1, "no trailer: a record length points into the image data"},
         {"reaching", reaching, 1, "no trailer: other-data length points into the image data"},
