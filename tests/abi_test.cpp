@@ -38,9 +38,9 @@ TEST(Abi, ExportsExactlyThePublicSurface) {
         EXPECT_NE(nullptr, dlsym(lib, name)) << name;
     }
     // SumBand: a kernel built for two instruction sets, whose dispatching symbol GCC would export.
-    const char* hidden[] = {
-        "_ZN3IQA9BoxReduceEPKhilPhii", "_ZN3IQA9RgbToNv12EPKhiiPh",
-        "_ZN3IQA14IqaTaskManager16ClearQueueLockedEv", "_ZN3IQA7SumBandEPKhS1_liPNS_8BandSumsE"};
+    const char* hidden[] = {"_ZN3IQA9BoxReduceEPKhilPhii", "_ZN3IQA9RgbToNv12EPKhiiPh",
+                            "_ZN3IQA14IqaTaskManager16ClearQueueLockedEv",
+                            "_ZN3IQA7SumBandEPKhS1_liPNS_8BandSumsE"};
     for (const char* name : hidden) {
         EXPECT_EQ(nullptr, dlsym(lib, name)) << name;
     }

@@ -310,7 +310,7 @@ TEST_F(BatchRun, AMixedBatchLogsEachPhotoAsItsOwnRunDoes) {
 
 // A host's node, after the library's own stages: the thumbnail's buffer must read as cleared
 // behind the bytes this photo's thumbnail wrote (its raw 4 bytes a pixel, compacted in place),
-// photo after photo.
+// photo after photo, each thumbnail smaller than the one before (names are taken from the back).
 TEST_F(BatchRun, AHostsNodeSeesBuffersClearedBehindThePhotosPixels) {
     struct Observer : IQA::IqaProcessNode {
         bool ProcessImage(IqaImageInfo& info) override {
@@ -324,9 +324,9 @@ TEST_F(BatchRun, AHostsNodeSeesBuffersClearedBehindThePhotosPixels) {
     };
     const auto observer = std::make_shared<Observer>();
     manager.AddIqaProcessNode(observer);
-    for (const std::string name : {"p1", "p2", "p3"}) {
+    for (const auto& [name, w, h] : {std::tuple{"p1", 10, 8}, {"p2", 12, 9}, {"p3", 16, 12}}) {
         AddPhoto(name, 64, 48, 3);
-        AddThumb(name, 16, 12, iqa_test::RandomBytes(16 * 12 * 3, 4));
+        AddThumb(name, w, h, iqa_test::RandomBytes(w * h * 3, 4));
     }
     Register({"p1", "p2", "p3"});
     manager.BeginProcess();

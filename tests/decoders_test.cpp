@@ -10,6 +10,7 @@
 #include "IqaProcessData.h"
 #include "common/FileCalls.h"
 #include "process/BlockSsim.h"
+#include "process/JpegFileSource.h"
 #include "process/ThumbnailFile.h"
 #include "tests/reference/ReferenceKernels.h"
 #include "tests/support/LogCapture.h"
@@ -96,6 +97,11 @@ TEST_F(Decoders, ReadingThroughSaysWhatReadingSays) {
         IQA::SetFileCallHook(nullptr);
     };
     check("spliced");
+    // A descriptor that cannot be read fails at once: a read error other than an interruption is
+    // never retried.
+    const IQA::ScopedFd writeOnly(open(dir.File("r").c_str(), O_WRONLY | O_CLOEXEC));
+    EXPECT_FALSE(IQA::ReadFully(writeOnly.get(), 0, buffer.data(), 10));
+    EXPECT_FALSE(IQA::ReadThrough(writeOnly.get(), 0, 10, buffer.data(), 4096));
     const int lowest = dup(0);  // every descriptor below it is taken
     close(lowest);
     struct rlimit limit = {};
@@ -104,6 +110,31 @@ TEST_F(Decoders, ReadingThroughSaysWhatReadingSays) {
     ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &none));
     check("read");
     setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+// The decoder's source says where libjpeg stands in the file: right behind the scan's header once
+// the header is read (past a segment of the largest size, so in the source's second block), which
+// is where the check of a one-scan photo's data starts.
+TEST_F(Decoders, SourceStandsBehindTheScanHeader) {
+    Bytes jpeg = iqa_tools::EncodeJpeg(iqa_test::RandomBytes(64 * 40 * 3, 3), 64, 40, 3, 90);
+    Bytes segment = {0xFF, 0xE9, 0xFF, 0xFF};
+    segment.resize(2 + 0xFFFF, 0);
+    jpeg.insert(jpeg.begin() + 2, segment.begin(), segment.end());
+    const unsigned char sos[] = {0xFF, 0xDA};  // the standard tables hold no 0xFF byte
+    const size_t at =
+        static_cast<size_t>(std::search(jpeg.begin(), jpeg.end(), sos, sos + 2) - jpeg.begin());
+    Write("s.jpg", jpeg);
+    FILE* file = fopen(dir.File("s.jpg").c_str(), "rb");
+    ASSERT_NE(nullptr, file);
+    jpeg_decompress_struct cinfo = {};
+    jpeg_error_mgr errors = {};
+    cinfo.err = jpeg_std_error(&errors);
+    jpeg_create_decompress(&cinfo);
+    IQA::UseFileSource(&cinfo, file);
+    jpeg_read_header(&cinfo, TRUE);
+    EXPECT_EQ(at + 2 + (jpeg[at + 2] << 8 | jpeg[at + 3]), IQA::SourceOffset(&cinfo));
+    jpeg_destroy_decompress(&cinfo);
+    fclose(file);
 }
 
 TEST_F(Decoders, JpegDecodesFullSizeRgbAndGreyscale) {

@@ -129,6 +129,8 @@ TEST_F(Dump, WritesOnlyIntoAWholeTrailer) {
     Bytes pastStart = Concat({image, trailer});
     pastStart[image.size() + record.size() + 3] = 0x7F;  // payload length far past the start
     const Bytes noEnd(photo.begin(), photo.end() - static_cast<long>(trailer.size()) - 2);
+    Bytes notTiff = hdr;  // the index's TIFF header carries another magic number than 42
+    IndexMark(notTiff)[2] = 43;
 
     enum Outcome { kWritten, kDamaged, kNoHeader, kSilent, kUnknown, kUnchanged };
     const struct {
@@ -152,6 +154,8 @@ TEST_F(Dump, WritesOnlyIntoAWholeTrailer) {
          "an image the index names does not lie behind the primary image"},
         {"hdr_empty_ifd", Concat({WithEmptyFirstIfd(hdr), trailer}), kUnknown,
          "the multi-picture index lists no images"},
+        {"hdr_not_tiff", Concat({notTiff, trailer}), kUnknown,
+         "the multi-picture index has no TIFF header"},
         {"hdr_torn", Concat({hdr, Bytes(trailer.begin(), trailer.end() - 60), Bytes(60, 0)}),
          kDamaged},
         {"hdr_into_gain_map", intoGainMap, kDamaged},
@@ -263,9 +267,10 @@ TEST(FileSource, ReadsThroughOneWindowBothWays) {
     // In the last window, a large request within it, and one past the end.
     all = all && read(0, 12) && read(100, 40000) && read(70000, 33000) && !read(199990, 11);
     all = all && read(130000, 30000);  // at most half a window: through a window of its own
+    all = all && read(20000, 32768);   // exactly half a window, too
     IQA::SetFileCallHook(nullptr);
     EXPECT_TRUE(all);
-    EXPECT_EQ((std::vector<size_t>{10, 65536, 65536, 65536, 65536, 33000, 65536}), gReads);
+    EXPECT_EQ((std::vector<size_t>{10, 65536, 65536, 65536, 65536, 33000, 65536, 65536}), gReads);
 
     // Both sources refuse exactly the reads that do not lie wholly inside the file.
     IQA::MemorySource memory(file.data(), file.size());
