@@ -133,6 +133,17 @@ TEST_F(AnomDetect, ChromaIsReadPerPairOfColumnsAndPerPairOfRows) {
         srand(seed);
         EXPECT_TRUE(detector.CheckGreenScreen(frame.bytes.data(), 16, 16, 16)) << seed;
     }
+    // An odd width: a chroma row holds width - 1 bytes. Green pairs at columns 0-1 and 4-5 of
+    // every chroma row make half of each 4 x 4 square match, twice the threshold; chroma rows
+    // read a byte longer would split every pair below the first row, too few for it.
+    Frame odd(9, 8, 9, 0, 128);
+    for (unsigned row = 0; row < 4; ++row) {
+        for (const unsigned column : {0u, 1u, 4u, 5u}) {
+            odd.bytes[9 * 8 + 8 * row + column] = 0;
+        }
+    }
+    srand(1);
+    EXPECT_TRUE(detector.CheckGreenScreen(odd.bytes.data(), 9, 8, 9));
     // Only the top chroma row green: only pixels of rows 0 and 1 match, too few for the threshold.
     Frame top(16, 16, 16, 0, 128);
     std::fill(top.bytes.begin() + 16 * 16, top.bytes.begin() + 16 * 16 + 16, 0);

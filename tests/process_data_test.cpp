@@ -45,11 +45,14 @@ class PrepareStage : public ::testing::Test {
 
 TEST_F(PrepareStage, TheImageWithMorePixelsIsReducedToTheOthersSize) {
     // Equal pixel counts stay as they are; 300 x 10 reduced to 20 x 100 (k = 15) must not read
-    // the 1500 rows a plain reduction would; an image one pixel wide is an image.
+    // the 1500 rows a plain reduction would; an image one pixel wide, or of one pixel, is an image.
     const struct {
         int w1, h1, w2, h2, reduced;  // 0: neither, 1: the first, 2: the second
-    } cases[] = {
-        {200, 100, 100, 200, 0}, {200, 100, 50, 25, 1}, {20, 100, 300, 10, 2}, {1, 40, 4, 40, 2}};
+    } cases[] = {{200, 100, 100, 200, 0},
+                 {200, 100, 50, 25, 1},
+                 {20, 100, 300, 10, 2},
+                 {1, 40, 4, 40, 2},
+                 {1, 1, 3, 3, 2}};
     for (const auto& c : cases) {
         const Bytes first = iqa_test::RandomBytes(c.w1 * c.h1 * 3, 14);
         const Bytes second = iqa_test::RandomBytes(c.w2 * c.h2 * 3, 15);
@@ -179,6 +182,8 @@ TEST(RunBuffer, AsksForAWritersPagesAndKnowsWhereItsZerosBegin) {
     EXPECT_EQ(0, IQA::ClearFrom(data, pages * page, &run, page));  // a reduction kept `page`
     EXPECT_EQ((std::vector<size_t>{page, page}), (std::vector<size_t>{run.dirty, sevens()}));
     EXPECT_EQ(0, IQA::ClearFrom(data, pages * page, &run, page));  // nothing left: no clear at all
+    EXPECT_EQ(0, IQA::ClearFrom(data, pages * page, &run, 2 * page));  // nor behind the zeros
+    EXPECT_EQ(page, run.dirty);
     munmap(map, pages * page);
 }
 
