@@ -221,7 +221,7 @@ void Measure(const Photo& photo, int rounds) {
 }
 
 // Only the batch runs of one photo and thumbnail (or only its floor decode), for a profiler:
-// valgrind --tool=callgrind --toggle-collect='*BatchRunPerPhoto*' iqa_ratio --profile P T N
+// valgrind --tool=callgrind --toggle-collect='IQA::IqaTaskManager::BeginProcess()' iqa_ratio --profile P T N
 void Profile(const Photo& photo, int variant, int runs) {
     IQA::IqaTaskManager manager;
     iqa_bench::FloorBuffers buffers;
