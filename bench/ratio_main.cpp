@@ -135,8 +135,8 @@ void CountInstructions(const Photo& photo) {
     iqa_bench::FloorBuffers buffers;
     for (const auto& t : kThumbnails) {
         const CameraRoot root(photo, t[0], t[1]);
-        const std::string label = std::to_string(t[0]) + "x" + std::to_string(t[1]) + " " +
-                                  iqa_bench::Name(photo);
+        const std::string label =
+            std::to_string(t[0]) + "x" + std::to_string(t[1]) + " " + iqa_bench::Name(photo);
         for (const bool counted : {false, true}) {
             const auto count = [&](const std::string& what, const std::function<void()>& work) {
                 if (counted) {
@@ -221,7 +221,8 @@ void Measure(const Photo& photo, int rounds) {
 }
 
 // Only the batch runs of one photo and thumbnail (or only its floor decode), for a profiler:
-// valgrind --tool=callgrind --toggle-collect='IQA::IqaTaskManager::BeginProcess()' iqa_ratio --profile P T N
+//   valgrind --tool=callgrind --toggle-collect='IQA::IqaTaskManager::BeginProcess()'
+//   iqa_ratio --profile P T N
 void Profile(const Photo& photo, int variant, int runs) {
     IQA::IqaTaskManager manager;
     iqa_bench::FloorBuffers buffers;
