@@ -308,29 +308,37 @@ TEST_F(BatchRun, AMixedBatchLogsEachPhotoAsItsOwnRunDoes) {
     EXPECT_EQ(alone, run(names));
 }
 
-// A host's node, after the library's own stages: the thumbnail's buffer must read as cleared
-// behind the bytes this photo's thumbnail wrote (its raw 4 bytes a pixel, compacted in place),
-// photo after photo, each thumbnail smaller than the one before (names are taken from the back).
+// A host's node, after the library's own stages: both buffers must read as cleared behind the
+// bytes this photo wrote (the thumbnail's raw 4 bytes a pixel, compacted in place), photo after
+// photo, each thumbnail smaller than the one before (names are taken from the back), and last a
+// photo smaller than its thumbnail, which nothing reduces in its buffer.
 TEST_F(BatchRun, AHostsNodeSeesBuffersClearedBehindThePhotosPixels) {
     struct Observer : IQA::IqaProcessNode {
+        static bool ZeroFrom(const unsigned char* buffer, size_t from, size_t size) {
+            return std::all_of(buffer + from, buffer + size,
+                               [](unsigned char b) { return b == 0; });
+        }
         bool ProcessImage(IqaImageInfo& info) override {
-            unsigned char* behind =
-                info.thumbBuffer + static_cast<size_t>(info.thumbWidth) * info.thumbHeight * 4;
-            cleared.push_back(std::all_of(behind, info.thumbBuffer + info.bufferSize,
-                                          [](unsigned char b) { return b == 0; }));
+            const size_t thumbBytes = static_cast<size_t>(info.thumbWidth) * info.thumbHeight * 4;
+            const size_t photoBytes = static_cast<size_t>(info.jpegWidth) * info.jpegHeight * 3;
+            cleared.push_back(ZeroFrom(info.thumbBuffer, thumbBytes, info.bufferSize) &&
+                              ZeroFrom(info.jpegBuffer, photoBytes, info.bufferSize));
             return true;
         }
         std::vector<bool> cleared;
     };
     const auto observer = std::make_shared<Observer>();
     manager.AddIqaProcessNode(observer);
-    for (const auto& [name, w, h] : {std::tuple{"p1", 10, 8}, {"p2", 12, 9}, {"p3", 16, 12}}) {
-        AddPhoto(name, 64, 48, 3);
+    for (const auto& [name, pw, ph, w, h] : {std::tuple{"p0", 16, 12, 32, 24},
+                                             {"p1", 64, 48, 10, 8},
+                                             {"p2", 64, 48, 12, 9},
+                                             {"p3", 64, 48, 16, 12}}) {
+        AddPhoto(name, pw, ph, 3);
         AddThumb(name, w, h, iqa_test::RandomBytes(w * h * 3, 4));
     }
-    Register({"p1", "p2", "p3"});
+    Register({"p0", "p1", "p2", "p3"});
     manager.BeginProcess();
-    EXPECT_EQ(std::vector<bool>(3, true), observer->cleared);
+    EXPECT_EQ(std::vector<bool>(4, true), observer->cleared);
 }
 
 // The entropy-coded data of a JPEG's last scan: from the end of its SOS segment to the marker

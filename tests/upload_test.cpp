@@ -148,6 +148,8 @@ TEST_F(Dump, WritesOnlyIntoAWholeTrailer) {
          kWritten},
         {"hdr_outside", Concat({AddToEntry(hdr, 0, 1 << 20), trailer}), kUnknown,
          "an image the index names lies outside the file"},
+        {"hdr_one_past_the_end", Concat({AddToEntry(hdr, 0, trailer.size() + 1), trailer}),
+         kUnknown, "an image the index names lies outside the file"},
         {"hdr_not_soi", Concat({AddToEntry(hdr, 1, 1), trailer}), kUnknown,
          "an image the index names does not start a JPEG stream"},
         {"hdr_in_primary", Concat({AddToEntry(hdr, 1, -100u), trailer}), kUnknown,
