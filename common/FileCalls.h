@@ -75,10 +75,10 @@ int64_t FileLength(int fd);
 // end of the file before `count` bytes were read.
 bool ReadFully(int fd, uint64_t offset, void* out, size_t count);
 bool WriteFully(int fd, uint64_t offset, const void* bytes, size_t count);
-// Reads bytes [offset, offset + count) and drops them, to prove that they can be read: true
-// exactly when ReadFully of them would be. The pages are moved into a pipe that is then closed,
-// so they are brought in (and their errors reported) but never copied; where that cannot be
-// done, they are read through `scratch`.
+// Proves that bytes [offset, offset + count) can be read, without keeping them: true exactly
+// when ReadFully of them would be. Pages that are all in memory and up to date are only looked
+// up; others are moved into a pipe that is then closed, so they are brought in (and their errors
+// reported) but never copied; where neither can be done, they are read through `scratch`.
 bool ReadThrough(int fd, uint64_t offset, uint64_t count, unsigned char* scratch,
                  size_t scratchSize);
 bool SyncFile(int fd);

@@ -73,42 +73,52 @@ TEST_F(Decoders, ThumbnailDropsFourthByte) {
     }
 }
 
-// A run proves the thumbnail's unkept pixels readable by moving them into a pipe; that must say
-// what reading them says, over several pipes' worth, at and past the end of the file, when a
-// read fails on the way, and with no descriptor left for a pipe.
+// A run proves the thumbnail's unkept pixels readable without keeping them: from the page cache
+// when they are all in it, through a pipe when some are not (a file with a hole), by reading when
+// no descriptor is left for a pipe. Each way must say what reading says: in the file, at and past
+// its end (which lies inside a page), when a read fails on the way, when the descriptor cannot be
+// read; and a proof from memory reads nothing.
 TEST_F(Decoders, ReadingThroughSaysWhatReadingSays) {
-    const Bytes bytes = iqa_test::RandomBytes(3 << 20, 15);
+    const Bytes bytes = iqa_test::RandomBytes((3 << 20) + 100, 15);
     Write("r", bytes);
-    const IQA::ScopedFd fd(IQA::OpenRegularFile(dir.File("r").c_str(), O_RDONLY));
+    Write("hole", Bytes(bytes.begin(), bytes.begin() + (1 << 20)));
+    ASSERT_EQ(0, truncate(dir.File("hole").c_str(), static_cast<off_t>(bytes.size())));
     const uint64_t size = bytes.size();
     const uint64_t cases[][2] = {{0, size}, {16, size - 16}, {16, size - 15}, {size, 0},
                                  {size, 1}, {size + 5, 1},   {100, 1}};
-    const auto check = [&](const char* how) {
+    const auto check = [&](const char* name, const char* how) {
+        const IQA::ScopedFd fd(IQA::OpenRegularFile(dir.File(name).c_str(), O_RDONLY));
         for (const auto& c : cases) {
             Bytes all(c[1]);
-            EXPECT_EQ(IQA::ReadFully(fd.get(), c[0], all.data(), all.size()),
-                      IQA::ReadThrough(fd.get(), c[0], c[1], buffer.data(), 4096))
-                << how << " " << c[0] << "+" << c[1];
+            const bool read = IQA::ReadFully(fd.get(), c[0], all.data(), all.size());
+            std::fill(buffer.begin(), buffer.end(), 0xCC);
+            EXPECT_EQ(read, IQA::ReadThrough(fd.get(), c[0], c[1], buffer.data(), 4096))
+                << name << " " << how << " " << c[0] << "+" << c[1];
+            if (read && std::string(name) == "r") {
+                EXPECT_EQ(Bytes(buffer.size(), 0xCC), buffer) << how << " " << c[0] << "+" << c[1];
+            }
         }
         IQA::SetFileCallHook([](const IQA::FileCallInfo& info, size_t*) {
             return info.call == IQA::FileCall::kRead && info.offset > (1 << 20) ? EIO : 0;
         });
-        EXPECT_FALSE(IQA::ReadThrough(fd.get(), 0, size, buffer.data(), 4096)) << how;
+        EXPECT_FALSE(IQA::ReadThrough(fd.get(), 0, size, buffer.data(), 4096)) << name << how;
         IQA::SetFileCallHook(nullptr);
     };
-    check("spliced");
+    check("r", "in memory");
+    check("hole", "spliced");
     // A descriptor that cannot be read fails at once: a read error other than an interruption is
     // never retried.
     const IQA::ScopedFd writeOnly(open(dir.File("r").c_str(), O_WRONLY | O_CLOEXEC));
     EXPECT_FALSE(IQA::ReadFully(writeOnly.get(), 0, buffer.data(), 10));
     EXPECT_FALSE(IQA::ReadThrough(writeOnly.get(), 0, 10, buffer.data(), 4096));
-    const int lowest = dup(0);  // every descriptor below it is taken
+    const int lowest = dup(0);  // every descriptor from it on is taken once "r" and "hole" are
     close(lowest);
     struct rlimit limit = {};
     getrlimit(RLIMIT_NOFILE, &limit);
-    const struct rlimit none = {static_cast<rlim_t>(lowest), limit.rlim_max};
+    const struct rlimit none = {static_cast<rlim_t>(lowest) + 1, limit.rlim_max};
     ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &none));
-    check("read");
+    check("r", "in memory, no pipe");
+    check("hole", "read");
     setrlimit(RLIMIT_NOFILE, &limit);
 }
 
