@@ -131,6 +131,8 @@ TEST_F(Dump, WritesOnlyIntoAWholeTrailer) {
     const Bytes noEnd(photo.begin(), photo.end() - static_cast<long>(trailer.size()) - 2);
     Bytes notTiff = hdr;  // the index's TIFF header carries another magic number than 42
     IndexMark(notTiff)[2] = 43;
+    Bytes unmarked = hdr;  // magic 42 in little-endian order, but no byte-order mark before it
+    IndexMark(unmarked)[0] = IndexMark(unmarked)[1] = 'X';
 
     enum Outcome { kWritten, kDamaged, kNoHeader, kSilent, kUnknown, kUnchanged };
     const struct {
@@ -157,6 +159,8 @@ TEST_F(Dump, WritesOnlyIntoAWholeTrailer) {
         {"hdr_empty_ifd", Concat({WithEmptyFirstIfd(hdr), trailer}), kUnknown,
          "the multi-picture index lists no images"},
         {"hdr_not_tiff", Concat({notTiff, trailer}), kUnknown,
+         "the multi-picture index has no TIFF header"},
+        {"hdr_unmarked", Concat({unmarked, trailer}), kUnknown,
          "the multi-picture index has no TIFF header"},
         {"hdr_torn", Concat({hdr, Bytes(trailer.begin(), trailer.end() - 60), Bytes(60, 0)}),
          kDamaged},
