@@ -57,9 +57,10 @@ struct DecodeResult {
     JDIMENSION height;
 };
 
-// Reads rows up to `end` in whatever batches the sink takes them.
+// Reads rows up to `end` in whatever batches the sink takes them. A row the sink leaves unplaced
+// faults at once rather than going wherever an earlier call's pointer was left.
 void ReadRows(jpeg_decompress_struct& cinfo, JpegRowSink& sink, JDIMENSION end) {
-    JSAMPROW rows[kRowsPerCall];
+    JSAMPROW rows[kRowsPerCall] = {};
     while (cinfo.output_scanline < end) {
         const JDIMENSION first = cinfo.output_scanline;
         const JDIMENSION placed = sink.Place(first, std::min(kRowsPerCall, end - first), rows);

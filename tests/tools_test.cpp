@@ -392,6 +392,10 @@ TEST_F(Tools, InspectListsTheLibrarysRecordAndRejectsOthersUntouched) {
     for (const Bytes& part : {gain, iqa_tools::Trailer({}, Bytes(9, 8))}) {
         recordless.insert(recordless.end(), part.begin(), part.end());
     }
+    // Other data right behind the primary image: no room for the record a trailer needs first.
+    Bytes bare = plain;
+    const Bytes noRecords = iqa_tools::Trailer({}, Bytes(20, 8));
+    bare.insert(bare.end(), noRecords.begin(), noRecords.end());
     // A record whose payload is a JPEG stream, right where the image data ends: a record, not a
     // further image.
     Bytes jpegRecord = plain;
@@ -404,6 +408,7 @@ TEST_F(Tools, InspectListsTheLibrarysRecordAndRejectsOthersUntouched) {
         {"damaged", damaged, 1, "no trailer: a record length points into the image data"},
         {"reaching", reaching, 1, "no trailer: other-data length points into the image data"},
         {"recordless", recordless, 1, "no trailer: no record before the other data"},
+        {"bare", bare, 1, "no trailer: other-data length points into the image data"},
         {"empty", empty, 0, "record at " + std::to_string(plain.size()) + ": 0 bytes, tag"}};
     for (const auto& [name, bytes, status, says] : cases) {
         iqa_test::WriteFile(PhotoPath(name), bytes);
