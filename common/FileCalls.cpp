@@ -70,12 +70,15 @@ bool InMemory(int fd, uint64_t offset, size_t count) {
         return false;
     }
     const uint64_t size = static_cast<uint64_t>(status.st_size);
+    if (count > size || offset > size - count) {
+        return false;
+    }
     const uint64_t page = static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
     const uint64_t start = offset / page * page;
     const size_t length = static_cast<size_t>(offset + count - start);
     const size_t n = (length + page - 1) / page;
     unsigned char pages[kChunkPages];
-    if (count > size || offset > size - count || n > kChunkPages) {
+    if (n > kChunkPages) {
         return false;
     }
     void* view = mmap(nullptr, length, PROT_READ, MAP_SHARED, fd, static_cast<off_t>(start));
